@@ -1,0 +1,46 @@
+# Shared by scripts/run and scripts/test: the Debian packages Pindle needs, installed when
+# missing, and the CMake configure + build. Sourced, not run.
+
+# Build: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb. Tests: GoogleTest, the X server, the
+# window manager, key presses, the clipboard, a terminal to take focus from, fonts for Qt.
+# Fuzzing: clang with its libFuzzer runtime.
+PINDLE_PACKAGES=(
+    g++ cmake ninja-build pkg-config
+    qt6-base-dev qt6-qpa-plugins libqt6opengl6-dev libicu-dev libplist-dev
+    libxcb1-dev libxcb-keysyms1-dev shared-mime-info
+    googletest libgtest-dev
+    xvfb openbox xdotool xclip xterm x11-utils fonts-dejavu-core
+    clang libclang-rt-14-dev
+)
+
+pindle_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+
+# Installs what is missing: as root directly, otherwise prints the one command to run and fails.
+pindle_ensure_packages() {
+    local missing=() pkg
+    for pkg in "$@"; do
+        if [ "$(dpkg-query -W -f='${db:Status-Status}' "$pkg" 2>/dev/null)" != installed ]; then
+            missing+=("$pkg")
+        fi
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        echo "Pindle needs these Debian packages first:" >&2
+        echo "  sudo apt-get update && sudo apt-get install -y ${missing[*]}" >&2
+        return 1
+    fi
+    echo "Installing: ${missing[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+# pindle_build DIR [cmake options...]: configures once, then builds incrementally.
+pindle_build() {
+    local dir=$1
+    shift
+    if [ ! -f "$dir/CMakeCache.txt" ]; then
+        cmake -S "$pindle_root" -B "$dir" -G Ninja "$@"
+    fi
+    cmake --build "$dir"
+}

@@ -1,0 +1,88 @@
+#include "core/Collation.h"
+
+#include <unicode/coll.h>
+#include <unicode/locid.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace pindle::Collation {
+namespace {
+
+// The collation locale the way the C library picks it: LC_ALL, then LC_COLLATE, then LANG.
+// C and POSIX mean "no language": ICU's root collator, which still orders digit runs by value
+// (QCollator ignores numeric mode in the C locale, which is why ICU is used directly).
+icu::Locale userCollationLocale()
+{
+    for (const char *variable : {"LC_ALL", "LC_COLLATE", "LANG"}) {
+        const char *value = std::getenv(variable);
+        if (value == nullptr || *value == '\0')
+            continue;
+        QByteArray name(value);
+        name = name.left(name.indexOf('.')).left(name.indexOf('@'));
+        if (name == "C" || name == "POSIX" || name.isEmpty())
+            return icu::Locale::getRoot();
+        return icu::Locale(name.constData());
+    }
+    return icu::Locale::getRoot();
+}
+
+std::unique_ptr<icu::Collator> makeCollator()
+{
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(userCollationLocale(), status));
+    if (U_FAILURE(status) || !collator) {
+        status = U_ZERO_ERROR;
+        collator.reset(icu::Collator::createInstance(icu::Locale::getRoot(), status));
+    }
+    if (!collator)
+        return nullptr;
+    status = U_ZERO_ERROR;
+    // Secondary strength: accents count, case and width do not.
+    collator->setStrength(icu::Collator::SECONDARY);
+    collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
+    return collator;
+}
+
+const icu::Collator *collator()
+{
+    static const std::unique_ptr<icu::Collator> instance = makeCollator();
+    return instance.get();
+}
+
+icu::UnicodeString toIcu(const QString &text)
+{
+    return icu::UnicodeString(false, reinterpret_cast<const char16_t *>(text.utf16()),
+                              int32_t(text.size()));
+}
+
+} // namespace
+
+int compare(const QString &a, const QString &b)
+{
+    const icu::Collator *c = collator();
+    if (c == nullptr)
+        return QString::compare(a, b, Qt::CaseInsensitive);
+    UErrorCode status = U_ZERO_ERROR;
+    const UCollationResult result = c->compare(toIcu(a), toIcu(b), status);
+    return U_FAILURE(status) ? 0 : int(result);
+}
+
+QByteArray sortKey(const QString &name)
+{
+    const icu::Collator *c = collator();
+    if (c == nullptr)
+        return name.toCaseFolded().toUtf8();
+    const icu::UnicodeString text = toIcu(name);
+    QByteArray key(64, Qt::Uninitialized);
+    int32_t needed = c->getSortKey(text, reinterpret_cast<uint8_t *>(key.data()), int32_t(key.size()));
+    if (needed > key.size()) {
+        key.resize(needed);
+        needed = c->getSortKey(text, reinterpret_cast<uint8_t *>(key.data()), int32_t(key.size()));
+    }
+    // ICU counts the terminating zero byte; the key compares the same without it.
+    key.resize(needed > 0 ? needed - 1 : 0);
+    return key;
+}
+
+} // namespace pindle::Collation
