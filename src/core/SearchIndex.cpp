@@ -4,7 +4,7 @@
 // Placeholder until the search is written.
 namespace pindle::detail {
 
-std::shared_ptr<const PreparedName> prepareName(const QString &)
+std::shared_ptr<const PreparedName> prepareName(const QString &, QByteArray)
 {
     return nullptr;
 }

@@ -1,0 +1,97 @@
+#pragma once
+
+// The floating panel shared by the launcher and the creator: window, fixed layout, placement
+// under the mouse, sizing to its rows, the selection, key equivalents, and the confirmed move of
+// the selected shortcut to the Trash.
+
+#include "core/FileIndex.h"
+
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QWidget>
+
+#include <functional>
+#include <optional>
+
+class QFrame;
+class QKeyEvent;
+class QLabel;
+class QVBoxLayout;
+
+namespace pindle::ui {
+
+class ResultRowView;
+
+// A frameless tool window that can take the keyboard focus and offers every key press carrying
+// Ctrl or Meta (a key equivalent) to onKeyEquivalent before its widgets see it.
+class KeyablePanel : public QWidget
+{
+    Q_OBJECT
+public:
+    explicit KeyablePanel(QWidget *parent = nullptr);
+
+    std::function<bool(QKeyEvent *)> onKeyEquivalent;
+    // Told when the window stops being the active (key) window.
+    std::function<void()> onResignKey;
+
+protected:
+    bool event(QEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+};
+
+class PanelController : public QObject
+{
+    Q_OBJECT
+public:
+    // header: an empty widget the mode fills afterwards; the panel takes ownership of it.
+    PanelController(QWidget *header, double headerHeight);
+    ~PanelController() override;
+
+    QList<ResultRowView *> rowViews;
+    QList<ScoredFile> results;
+    QList<IndexedFile> files;
+    qsizetype selectedIndex = -1;
+
+    KeyablePanel *panel() const { return m_panel; }
+    bool isVisible() const;
+
+    virtual void show();
+    virtual void hide(bool restoringFocus);
+    virtual void rowClicked(qsizetype index);
+    virtual void updateResults();
+    // True when the mode consumed the key equivalent.
+    virtual bool handleKeyEquivalent(QKeyEvent *event);
+
+    void renderRows(const std::optional<QString> &message);
+    void updateSelectionHighlight();
+    void move(qsizetype step, bool allowNoSelection);
+
+    // True when the key event being handled has Control held (other modifiers ignored); false
+    // when no key event is being handled.
+    bool isDeleteChord() const;
+    // Asks, as a window-modal sheet on the panel, whether to move the selected shortcut to the
+    // Trash; focusAfter gets the focus back once the sheet has closed, whatever the answer.
+    void confirmDeleteSelection(QWidget *focusAfter);
+
+protected:
+    // The presentation steps every mode ends its showing with: capture the frontmost
+    // application, place the panel, activate, make it key. The mode then focuses its field.
+    void present();
+    void positionWindow();
+
+private:
+    void resizeWindow(qsizetype rowCount, bool hasContent);
+    void deleteFile(const IndexedFile &file, qsizetype wasAt);
+    void windowDidResignKey();
+
+    KeyablePanel *m_panel = nullptr;
+    QFrame *m_separator = nullptr;
+    QWidget *m_resultsStack = nullptr;
+    QVBoxLayout *m_resultsLayout = nullptr;
+    QLabel *m_messageLabel = nullptr;
+    double m_headerHeight = 0;
+    bool m_isConfirming = false;
+};
+
+} // namespace pindle::ui
