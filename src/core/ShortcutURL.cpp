@@ -1,18 +1,88 @@
 #include "core/ShortcutURL.h"
 
-// Placeholder until the readers are written.
-namespace pindle::ShortcutURL {
+#include "core/ShortcutFormat.h"
 
-std::optional<QString> target(const QUrl &)
+#include <QFileInfo>
+#include <QHash>
+#include <QMimeDatabase>
+
+namespace pindle::ShortcutURL {
+namespace {
+
+// Keyed by the file's path. An absent target is cached too, so a file that can't be read is
+// not tried again before the next scan.
+struct Caches
 {
+    QHash<QString, std::optional<QString>> targets;
+    QHash<QString, QString> subtitles;
+};
+
+Caches &caches()
+{
+    static Caches instance;
+    return instance;
+}
+
+std::optional<QString> plistTarget(const QString &path)
+{
+    const std::optional<QByteArray> bytes = ShortcutFormat::readFile(path);
+    return bytes ? ShortcutFormat::plistTarget(*bytes) : std::nullopt;
+}
+
+std::optional<QString> iniTarget(const QString &path)
+{
+    const std::optional<QByteArray> bytes = ShortcutFormat::readFile(path);
+    return bytes ? ShortcutFormat::iniTarget(*bytes) : std::nullopt;
+}
+
+// No reader falls back on the other: the extension alone decides the format.
+std::optional<QString> shortcutTarget(const QString &path)
+{
+    const QString extension =
+        ShortcutFormat::lowerExtension(QStringView(path).sliced(path.lastIndexOf(u'/') + 1));
+    if (extension == u"webloc" || extension == u"inetloc")
+        return plistTarget(path);
+    if (extension == u"url")
+        return iniTarget(path);
     return std::nullopt;
 }
 
-QString subtitle(const QUrl &)
+// What the file manager calls the file's kind; empty for a file that is not there.
+QString typeDescription(const QString &path)
 {
-    return {};
+    if (!QFileInfo::exists(path))
+        return {};
+    return QMimeDatabase().mimeTypeForFile(path).comment();
 }
 
-void clearCaches() {}
+} // namespace
+
+std::optional<QString> target(const QUrl &file)
+{
+    const QString path = file.toLocalFile();
+    auto &targets = caches().targets;
+    if (const auto cached = targets.constFind(path); cached != targets.cend())
+        return *cached;
+    std::optional<QString> address = shortcutTarget(path);
+    targets.insert(path, address);
+    return address;
+}
+
+QString subtitle(const QUrl &file)
+{
+    const QString path = file.toLocalFile();
+    auto &subtitles = caches().subtitles;
+    if (const auto cached = subtitles.constFind(path); cached != subtitles.cend())
+        return *cached;
+    const std::optional<QString> address = target(file);
+    QString text = address ? *address : typeDescription(path);
+    subtitles.insert(path, text);
+    return text;
+}
+
+void clearCaches()
+{
+    caches() = Caches();
+}
 
 } // namespace pindle::ShortcutURL

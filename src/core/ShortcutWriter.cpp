@@ -1,11 +1,145 @@
 #include "core/ShortcutWriter.h"
 
-// Placeholder until the writer is written.
-namespace pindle::ShortcutWriter {
+#include "core/Text.h"
 
-std::expected<QUrl, WriteError> create(const QString &, const QString &, const QUrl &)
+#include <QDir>
+#include <QFile>
+#include <QRandomGenerator>
+
+#include <plist/plist.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <memory>
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace pindle::ShortcutWriter {
+namespace {
+
+constexpr int temporaryNameAttempts = 16;
+
+bool isValidName(const QString &name)
 {
-    return std::unexpected(WriteError::writeFailed);
+    return !name.isEmpty() && !name.startsWith(u'.') && !name.contains(u'/') &&
+           !name.contains(u':');
+}
+
+// XML 1.0 has no way to write most control characters, U+FFFE, U+FFFF or unpaired
+// surrogates; an address holding one can't be stored in a property list that reads back.
+bool isXmlText(QStringView text)
+{
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t c = text[i].unicode();
+        if (c < 0x20 && c != u'\t' && c != u'\n' && c != u'\r')
+            return false;
+        if (c == 0xFFFE || c == 0xFFFF)
+            return false;
+        if (QChar::isHighSurrogate(c) && i + 1 < text.size() &&
+            QChar::isLowSurrogate(text[i + 1].unicode())) {
+            ++i;
+            continue;
+        }
+        if (QChar::isSurrogate(c))
+            return false;
+    }
+    return true;
+}
+
+std::optional<QByteArray> encodeShortcut(const QString &address)
+{
+    if (!isXmlText(address))
+        return std::nullopt;
+    const std::unique_ptr<void, decltype(&plist_free)> dictionary(plist_new_dict(), &plist_free);
+    plist_dict_set_item(dictionary.get(), "URL", plist_new_string(address.toUtf8().constData()));
+    char *xml = nullptr;
+    uint32_t length = 0;
+    plist_to_xml(dictionary.get(), &xml, &length);
+    if (xml == nullptr)
+        return std::nullopt;
+    QByteArray bytes(xml, qsizetype(length));
+    plist_to_xml_free(xml);
+    return bytes;
+}
+
+bool writeAll(int fd, const QByteArray &bytes)
+{
+    qsizetype written = 0;
+    while (written < bytes.size()) {
+        const ssize_t count =
+            ::write(fd, bytes.constData() + written, size_t(bytes.size() - written));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return false;
+        written += count;
+    }
+    return true;
+}
+
+// link() fails when the name is taken, so nothing is ever replaced. File systems without hard
+// links get an exclusive rename instead.
+bool linkWithoutReplacing(const QByteArray &from, const QByteArray &to)
+{
+    if (::link(from.constData(), to.constData()) == 0)
+        return true;
+    if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS)
+        return false;
+    return ::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0;
+}
+
+// The bytes go to a hidden temporary file in the same folder first, so that no one ever sees a
+// half-written shortcut; the temporary name is gone again on every path.
+bool writeNewFile(const QString &folderPath, const QString &filePath, const QByteArray &bytes)
+{
+    const QByteArray folder = QFile::encodeName(folderPath);
+    QByteArray temporary;
+    int fd = -1;
+    for (int attempt = 0; fd < 0 && attempt < temporaryNameAttempts; ++attempt) {
+        temporary = folder + "/.pindle-" +
+                    QByteArray::number(QRandomGenerator::global()->generate64(), 36) + ".tmp";
+        fd = ::open(temporary.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                    0666);
+        if (fd < 0 && errno != EEXIST)
+            return false;
+    }
+    if (fd < 0)
+        return false;
+    bool isWritten = writeAll(fd, bytes) && ::fsync(fd) == 0;
+    isWritten = ::close(fd) == 0 && isWritten;
+    isWritten = isWritten && linkWithoutReplacing(temporary, QFile::encodeName(filePath));
+    ::unlink(temporary.constData());
+    return isWritten;
+}
+
+} // namespace
+
+std::expected<QUrl, WriteError> create(const QString &name, const QString &url, const QUrl &folder)
+{
+    const QString trimmedName = Text::trimmedWhitespaceAndNewlines(name);
+    const QString address = Text::trimmedWhitespaceAndNewlines(url);
+    if (address.isEmpty() || !isValidName(trimmedName))
+        return std::unexpected(WriteError::invalidName);
+
+    const QString folderPath = folder.toLocalFile();
+    if (folderPath.isEmpty())
+        return std::unexpected(WriteError::writeFailed);
+    const QString filePath = (folderPath.endsWith(u'/') ? folderPath : folderPath + u'/') +
+                             trimmedName + QStringLiteral(".webloc");
+    // Anything at all counts, a dangling link included. A failed look (say, the folder is a file)
+    // is not an existing item; the steps below then fail on their own.
+    struct stat info = {};
+    if (::lstat(QFile::encodeName(filePath).constData(), &info) == 0)
+        return std::unexpected(WriteError::alreadyExists);
+
+    if (!QDir().mkpath(folderPath))
+        return std::unexpected(WriteError::writeFailed);
+    const std::optional<QByteArray> bytes = encodeShortcut(address);
+    if (!bytes || !writeNewFile(folderPath, filePath, *bytes))
+        return std::unexpected(WriteError::writeFailed);
+    return QUrl::fromLocalFile(filePath);
 }
 
 } // namespace pindle::ShortcutWriter

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QString>
+#include <QStringView>
+
+#include <optional>
+
+// The two shortcut file formats, read from bytes, and the guarded read that feeds them. Private
+// to the core library: ShortcutURL adds the caches and the choice by extension.
+namespace pindle::ShortcutFormat {
+
+// A real shortcut is well under a kilobyte; larger files are refused before they are read.
+inline constexpr qint64 maxFileSize = qint64(1) << 20;
+
+// The lower-cased text after the last "." of a file name; empty when there is none, or when the
+// only "." starts the name.
+QString lowerExtension(QStringView fileName);
+
+// The whole file, when it is a regular file (symbolic links followed) of at most maxFileSize
+// bytes; nothing otherwise. Never blocks on pipes or devices.
+std::optional<QByteArray> readFile(const QString &path);
+
+// The string under the key "URL" of a property list (XML or binary) whose root is a dictionary.
+std::optional<QString> plistTarget(QByteArrayView bytes);
+
+// The value of the first line that starts with "url=" (any case) of INI-style text in UTF-8 or
+// else ISO Latin-1; nothing when that value is empty.
+std::optional<QString> iniTarget(QByteArrayView bytes);
+
+} // namespace pindle::ShortcutFormat
