@@ -12,7 +12,14 @@ class QKeyEvent;
 
 namespace pindle::ui {
 
-enum class TextCommand { insertNewline, cancelOperation, deleteForward, moveUp, moveDown };
+enum class TextCommand
+{
+    insertNewline,
+    cancelOperation,
+    deleteForward,
+    moveUp,
+    moveDown
+};
 
 class CommandField : public QLineEdit
 {
@@ -28,6 +35,20 @@ public:
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
+};
+
+// Makes a key event the current event for as long as it lives; scopes nest, so a key equivalent
+// offered while a field handles a key still sees its own event.
+class CurrentEventScope
+{
+public:
+    explicit CurrentEventScope(const QKeyEvent *event);
+    ~CurrentEventScope();
+    CurrentEventScope(const CurrentEventScope &) = delete;
+    CurrentEventScope &operator=(const CurrentEventScope &) = delete;
+
+private:
+    const QKeyEvent *m_previous;
 };
 
 } // namespace pindle::ui

@@ -5,10 +5,12 @@
 // the selected shortcut to the Trash.
 
 #include "core/FileIndex.h"
+#include "platform/Platform.h"
 
 #include <QList>
 #include <QObject>
 #include <QPointer>
+#include <QRectF>
 #include <QWidget>
 
 #include <functional>
@@ -35,9 +37,24 @@ public:
     // Told when the window stops being the active (key) window.
     std::function<void()> onResignKey;
 
+    // The window's frame in points, origin at the bottom left of the primary screen, y up.
+    QRectF frame() const { return m_frame; }
+    // Moves and sizes the window; with display it is repainted at once.
+    void setFrame(const QRectF &frame, bool display);
+
+    // Whether the background is drawn translucent (a compositor blends it with what lies
+    // behind); otherwise it is opaque and the rounded corners are cut with a mask.
+    bool isTranslucent() const { return m_isTranslucent; }
+
 protected:
     bool event(QEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+
+private:
+    QRectF m_frame;
+    bool m_isTranslucent = false;
 };
 
 class PanelController : public QObject
@@ -55,6 +72,8 @@ public:
 
     KeyablePanel *panel() const { return m_panel; }
     bool isVisible() const;
+    // True while the deletion confirmation is open.
+    bool isConfirming() const { return m_isConfirming; }
 
     virtual void show();
     virtual void hide(bool restoringFocus);
@@ -81,6 +100,8 @@ protected:
     void positionWindow();
 
 private:
+    // Nothing when the platform knows no screen at all.
+    std::optional<platform::Screen> screenUnderMouse() const;
     void resizeWindow(qsizetype rowCount, bool hasContent);
     void deleteFile(const IndexedFile &file, qsizetype wasAt);
     void windowDidResignKey();

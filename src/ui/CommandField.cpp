@@ -1,0 +1,66 @@
+#include "ui/CommandField.h"
+
+#include <QKeyEvent>
+
+#include <optional>
+
+namespace pindle::ui {
+namespace {
+
+const QKeyEvent *g_currentEvent = nullptr;
+
+std::optional<TextCommand> commandFor(const QKeyEvent *event)
+{
+    switch (event->key()) {
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        return TextCommand::insertNewline;
+    case Qt::Key_Escape:
+        return TextCommand::cancelOperation;
+    case Qt::Key_Delete:
+        return TextCommand::deleteForward;
+    case Qt::Key_Up:
+        return TextCommand::moveUp;
+    case Qt::Key_Down:
+        return TextCommand::moveDown;
+    default:
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+CurrentEventScope::CurrentEventScope(const QKeyEvent *event) : m_previous(g_currentEvent)
+{
+    g_currentEvent = event;
+}
+
+CurrentEventScope::~CurrentEventScope()
+{
+    g_currentEvent = m_previous;
+}
+
+CommandField::CommandField(QWidget *parent) : QLineEdit(parent)
+{
+    setFrame(false);
+    setAttribute(Qt::WA_MacShowFocusRect, false);
+}
+
+const QKeyEvent *CommandField::currentEvent()
+{
+    return g_currentEvent;
+}
+
+void CommandField::keyPressEvent(QKeyEvent *event)
+{
+    const CurrentEventScope scope(event);
+    if (const auto command = commandFor(event); command && onCommand) {
+        if (onCommand(this, *command)) {
+            event->accept();
+            return;
+        }
+    }
+    QLineEdit::keyPressEvent(event);
+}
+
+} // namespace pindle::ui

@@ -1,0 +1,432 @@
+#include "ui/PanelController.h"
+
+#include "platform/FocusRestore.h"
+#include "ui/Alert.h"
+#include "ui/CommandField.h"
+#include "ui/ResultRowView.h"
+
+#include <QApplication>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QPainter>
+#include <QPainterPath>
+#include <QVBoxLayout>
+#include <QWindow>
+
+#include <algorithm>
+#include <cmath>
+
+namespace pindle::ui {
+namespace {
+
+constexpr double panelWidth = 660;
+constexpr double cornerRadius = 12;
+constexpr double separatorHeight = 1;
+constexpr int listInset = 6;
+constexpr double rowHeight = 50;
+constexpr int messageLeading = 18;
+constexpr int messagePixelSize = 13;
+// The panel's top edge sits this share of the visible height below the top of the screen.
+constexpr double topOffsetShare = -0.22;
+// Height changes this small leave the frame alone, so typing that keeps the row count does not
+// touch the window.
+constexpr double resizeTolerance = 0.5;
+
+bool isDark(const QPalette &palette)
+{
+    return palette.color(QPalette::Window).lightness() < 128;
+}
+
+// Whether something blends translucent windows with what lies behind them. Wayland always does;
+// on X11 Qt gives no public answer, so the panel stays opaque there and cuts its corners with a
+// mask, which looks right with or without a compositor.
+bool compositorRuns()
+{
+    return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+}
+
+// NSMouseInRect's unflipped rule: the left and top edges are inside, the right and bottom
+// edges outside.
+bool mouseInRect(const QPointF &point, const QRectF &rect)
+{
+    return point.x() >= rect.x() && point.x() < rect.x() + rect.width() && point.y() > rect.y() &&
+           point.y() <= rect.y() + rect.height();
+}
+
+QPainterPath roundedOutline(const QRectF &rect)
+{
+    QPainterPath path;
+    path.addRoundedRect(rect, cornerRadius, cornerRadius);
+    return path;
+}
+
+// The hairline between the header and the list, drawn in a thin shade of the text colour so it
+// reads on light and dark palettes alike.
+class SeparatorLine : public QFrame
+{
+public:
+    SeparatorLine()
+    {
+        setObjectName(QStringLiteral("separator"));
+        setFrameShape(QFrame::NoFrame);
+        setFixedHeight(int(separatorHeight));
+    }
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter painter(this);
+        QColor line = palette().color(QPalette::WindowText);
+        line.setAlphaF(isDark(palette()) ? 0.16f : 0.11f);
+        painter.fillRect(rect(), line);
+    }
+};
+
+} // namespace
+
+// ---- KeyablePanel
+
+KeyablePanel::KeyablePanel(QWidget *parent) : QWidget(parent)
+{
+    setObjectName(QStringLiteral("panel"));
+    setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    setWindowTitle(QApplication::applicationDisplayName());
+    m_isTranslucent = compositorRuns();
+    if (m_isTranslucent)
+        setAttribute(Qt::WA_TranslucentBackground);
+    // Key presses reach the focused field first; watching the application lets the panel see
+    // them before any of its widgets does.
+    qApp->installEventFilter(this);
+}
+
+void KeyablePanel::setFrame(const QRectF &frame, bool display)
+{
+    m_frame = frame;
+    const QRectF geometry = platform::services().screens->toWindowSystem(frame);
+    setGeometry(QRect(qRound(geometry.x()), qRound(geometry.y()), qRound(geometry.width()),
+                      qRound(geometry.height())));
+    if (display && isVisible())
+        repaint();
+}
+
+bool KeyablePanel::event(QEvent *event)
+{
+    if (event->type() == QEvent::WindowDeactivate && onResignKey)
+        onResignKey();
+    return QWidget::event(event);
+}
+
+bool KeyablePanel::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() != QEvent::KeyPress || !watched->isWidgetType())
+        return false;
+    auto *receiver = static_cast<QWidget *>(watched);
+    // A key the first receiver ignores travels on to its parents; offer it only once, at the
+    // widget the window delivers it to.
+    QWidget *first = focusWidget() != nullptr ? focusWidget() : this;
+    if (receiver != first || receiver->window() != this)
+        return false;
+    auto *key = static_cast<QKeyEvent *>(event);
+    if (!(key->modifiers() & (Qt::ControlModifier | Qt::MetaModifier)) || !onKeyEquivalent)
+        return false;
+    const CurrentEventScope scope(key);
+    if (!onKeyEquivalent(key))
+        return false;
+    key->accept();
+    return true;
+}
+
+void KeyablePanel::paintEvent(QPaintEvent *)
+{
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const bool dark = isDark(palette());
+    QColor background = palette().color(QPalette::Window);
+    QColor border = dark ? QColor(255, 255, 255, 46) : QColor(0, 0, 0, 56);
+    if (m_isTranslucent) {
+        background.setAlphaF(dark ? 0.88f : 0.90f);
+    } else {
+        // The mask is one bit deep; paint its corner pixels in the border's shade so the cut
+        // edge blends into the outline.
+        QColor edge = background;
+        edge = QColor::fromRgbF(edge.redF() + (border.redF() - edge.redF()) * border.alphaF(),
+                                edge.greenF() + (border.greenF() - edge.greenF()) * border.alphaF(),
+                                edge.blueF() + (border.blueF() - edge.blueF()) * border.alphaF());
+        painter.fillRect(rect(), edge);
+    }
+    painter.setPen(QPen(border, 1));
+    painter.setBrush(background);
+    painter.drawPath(roundedOutline(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5)));
+}
+
+void KeyablePanel::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    if (!m_isTranslucent)
+        setMask(QRegion(roundedOutline(QRectF(rect())).toFillPolygon().toPolygon()));
+}
+
+// ---- PanelController
+
+PanelController::PanelController(QWidget *header, double headerHeight)
+{
+    m_separator = new SeparatorLine;
+    m_resultsStack = new QWidget;
+    m_messageLabel = new QLabel(QString());
+    m_headerHeight = headerHeight;
+
+    m_panel = new KeyablePanel;
+    m_panel->setFrame(QRectF(0, 0, panelWidth, headerHeight), false);
+
+    const QPointer<PanelController> weak(this);
+    m_panel->onResignKey = [weak] {
+        if (weak)
+            weak->windowDidResignKey();
+    };
+    m_panel->onKeyEquivalent = [weak](QKeyEvent *event) {
+        return weak ? weak->handleKeyEquivalent(event) : false;
+    };
+
+    m_separator->hide();
+    m_resultsStack->setObjectName(QStringLiteral("resultsStack"));
+    m_resultsLayout = new QVBoxLayout(m_resultsStack);
+    m_resultsLayout->setContentsMargins(0, listInset, 0, listInset);
+    m_resultsLayout->setSpacing(0);
+    m_resultsStack->hide();
+    m_messageLabel->setObjectName(QStringLiteral("messageLabel"));
+    QFont messageFont = QApplication::font();
+    messageFont.setPixelSize(messagePixelSize);
+    m_messageLabel->setFont(messageFont);
+    m_messageLabel->setForegroundRole(QPalette::PlaceholderText);
+
+    if (header->objectName().isEmpty())
+        header->setObjectName(QStringLiteral("header"));
+    header->setFixedHeight(qRound(headerHeight));
+    auto *outer = new QVBoxLayout(m_panel);
+    outer->setObjectName(QStringLiteral("outerStack"));
+    // The window's height follows the rows (resizeWindow), not the layout's wishes.
+    outer->setSizeConstraint(QLayout::SetNoConstraint);
+    outer->setContentsMargins(0, 0, 0, 0);
+    outer->setSpacing(0);
+    outer->addWidget(header);
+    outer->addWidget(m_separator);
+    outer->addWidget(m_resultsStack);
+    outer->addStretch(1);
+}
+
+PanelController::~PanelController()
+{
+    m_panel->onResignKey = nullptr;
+    m_panel->onKeyEquivalent = nullptr;
+    if (m_messageLabel->parent() == nullptr)
+        delete m_messageLabel;
+    delete m_panel;
+}
+
+bool PanelController::isVisible() const
+{
+    return m_panel->isVisible();
+}
+
+void PanelController::show()
+{
+    present();
+}
+
+void PanelController::hide(bool restoringFocus)
+{
+    m_panel->hide();
+    if (restoringFocus)
+        FocusRestore::restore();
+}
+
+void PanelController::present()
+{
+    FocusRestore::capture();
+    positionWindow();
+    platform::services().application->activateIgnoringOtherApps();
+    m_panel->show();
+    platform::services().application->makeKeyAndOrderFront(m_panel->windowHandle());
+}
+
+void PanelController::positionWindow()
+{
+    const std::optional<platform::Screen> screen = screenUnderMouse();
+    if (!screen)
+        return;
+    const QRectF visible = screen->visibleFrame;
+    const double height = m_panel->frame().height();
+    const double x = visible.x() + (visible.width() - panelWidth) * 0.5;
+    const double maxY = visible.y() + visible.height();
+    const double y = (maxY + visible.height() * topOffsetShare) - height;
+    // std::round takes halves away from zero, also below zero.
+    m_panel->setFrame(QRectF(std::round(x), std::round(y), panelWidth, height), false);
+}
+
+std::optional<platform::Screen> PanelController::screenUnderMouse() const
+{
+    platform::Screens &screens = *platform::services().screens;
+    const QPointF mouse = screens.mouseLocation();
+    const QList<platform::Screen> all = screens.screens();
+    for (const platform::Screen &screen : all) {
+        if (mouseInRect(mouse, screen.frame))
+            return screen;
+    }
+    if (std::optional<platform::Screen> main = screens.mainScreen())
+        return main;
+    if (!all.isEmpty())
+        return all.first();
+    return std::nullopt;
+}
+
+void PanelController::renderRows(const std::optional<QString> &message)
+{
+    while (QLayoutItem *item = m_resultsLayout->takeAt(0)) {
+        if (QWidget *row = item->widget()) {
+            // The one message label outlives the rows that show it.
+            if (m_messageLabel->parent() == row)
+                m_messageLabel->setParent(nullptr);
+            row->hide();
+            // Later, not now: the row may be the one whose click brought us here.
+            row->deleteLater();
+        }
+        delete item;
+    }
+    rowViews.clear();
+
+    bool hasContent = false;
+    qsizetype rowCount = 0;
+    if (message) {
+        m_messageLabel->setText(*message);
+        auto *row = new QWidget(m_resultsStack);
+        row->setObjectName(QStringLiteral("messageRow"));
+        row->setFixedHeight(int(rowHeight));
+        auto *rowLayout = new QHBoxLayout(row);
+        rowLayout->setContentsMargins(messageLeading, 0, 0, 0);
+        rowLayout->addWidget(m_messageLabel, 0, Qt::AlignVCenter);
+        m_messageLabel->show();
+        m_resultsLayout->addWidget(row);
+        row->show();
+        hasContent = true;
+        rowCount = 1;
+    } else {
+        const QPointer<PanelController> weak(this);
+        for (qsizetype i = 0; i < results.size(); ++i) {
+            auto *row = new ResultRowView(m_resultsStack);
+            row->configure(results[i]);
+            row->setSelected(i == selectedIndex);
+            row->onClick = [weak, i] {
+                if (weak)
+                    weak->rowClicked(i);
+            };
+            m_resultsLayout->addWidget(row);
+            row->show();
+            rowViews.append(row);
+        }
+        hasContent = !results.isEmpty();
+        rowCount = results.size();
+    }
+    m_separator->setVisible(hasContent);
+    m_resultsStack->setVisible(hasContent);
+    resizeWindow(rowCount, hasContent);
+}
+
+void PanelController::resizeWindow(qsizetype rowCount, bool hasContent)
+{
+    double target = m_headerHeight;
+    if (hasContent)
+        target =
+            double(rowCount) * rowHeight + ((m_headerHeight + separatorHeight) + 2 * listInset);
+    const QRectF frame = m_panel->frame();
+    if (std::abs(frame.height() - target) <= resizeTolerance)
+        return;
+    const double maxY = frame.y() + frame.height();
+    m_panel->setFrame(QRectF(frame.x(), maxY - target, panelWidth, target), true);
+}
+
+void PanelController::updateSelectionHighlight()
+{
+    for (qsizetype i = 0; i < rowViews.size(); ++i)
+        rowViews[i]->setSelected(i == selectedIndex);
+}
+
+void PanelController::move(qsizetype step, bool allowNoSelection)
+{
+    if (results.isEmpty())
+        return;
+    const qsizetype next = selectedIndex + step;
+    const qsizetype lower = allowNoSelection ? -1 : 0;
+    selectedIndex = std::max(lower, std::min(next, results.size() - 1));
+    updateSelectionHighlight();
+}
+
+void PanelController::rowClicked(qsizetype) {}
+
+void PanelController::updateResults() {}
+
+bool PanelController::handleKeyEquivalent(QKeyEvent *)
+{
+    return false;
+}
+
+bool PanelController::isDeleteChord() const
+{
+    const QKeyEvent *event = CommandField::currentEvent();
+    return event != nullptr && event->modifiers().testFlag(Qt::ControlModifier);
+}
+
+void PanelController::confirmDeleteSelection(QWidget *focusAfter)
+{
+    const qsizetype index = selectedIndex;
+    if (index < 0 || index >= results.size())
+        return;
+    const IndexedFile file = results[index].file;
+
+    Alert alert;
+    alert.messageText =
+        QStringLiteral("Delete \u201C") + file.displayName + QStringLiteral("\u201D?");
+    alert.informativeText = QStringLiteral("The shortcut will be moved to the Trash.");
+    alert.style = Alert::Style::warning;
+    alert.addButton(QStringLiteral("Delete"));
+    alert.addButton(QStringLiteral("Cancel"));
+
+    m_isConfirming = true;
+    const QPointer<PanelController> weak(this);
+    const QPointer<QWidget> focus(focusAfter);
+    alert.beginSheet(m_panel, [weak, file, index, focus](int response) {
+        if (!weak)
+            return;
+        weak->m_isConfirming = false;
+        if (response == Alert::firstButtonReturn)
+            weak->deleteFile(file, index);
+        if (weak && focus)
+            focus->setFocus(Qt::OtherFocusReason);
+    });
+}
+
+void PanelController::deleteFile(const IndexedFile &file, qsizetype wasAt)
+{
+    platform::Workspace &workspace = *platform::services().workspace;
+    if (!workspace.moveToTrash(file.url.toLocalFile())) {
+        workspace.beep();
+        return;
+    }
+    files.removeIf([&file](const IndexedFile &entry) { return entry.url == file.url; });
+    updateResults();
+    if (results.isEmpty())
+        return;
+    selectedIndex = std::min(results.size() - 1, wasAt);
+    updateSelectionHighlight();
+}
+
+void PanelController::windowDidResignKey()
+{
+    // Qt also reports the deactivation of a panel that is being ordered out; there is nothing
+    // left to hide then.
+    if (!m_isConfirming && isVisible())
+        hide(false);
+}
+
+} // namespace pindle::ui
