@@ -1,0 +1,102 @@
+#include "core/FileIndex.h"
+#include "core/ShortcutURL.h"
+#include "core/ShortcutWriter.h"
+#include "support/TestSupport.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+using namespace pindle;
+using ShortcutWriter::WriteError;
+
+namespace {
+
+QString inFolder(const QString &name)
+{
+    return test::shortcutFolder() + u'/' + name;
+}
+
+// Everything in the folder, hidden names included: a failed write must leave nothing behind.
+QStringList folderEntries()
+{
+    QStringList names =
+        QDir(test::shortcutFolder())
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    names.sort();
+    return names;
+}
+
+std::expected<QUrl, WriteError> create(const QString &name, const QString &url = u"https://a/"_qs)
+{
+    return ShortcutWriter::create(name, url, FileIndex::directory());
+}
+
+TEST(ShortcutWriter, WritesTheTrimmedNameAndAddressCreatingMissingFolders)
+{
+    ASSERT_FALSE(QDir(test::homePath() + u"/conflocal"_qs).exists());
+    const auto written = create(u" \tTrip\u2028 "_qs, u"\u00A0https://a/?x=1&y=<2>\n"_qs);
+    ASSERT_TRUE(written.has_value());
+    EXPECT_EQ(*written, QUrl::fromLocalFile(inFolder(u"Trip.webloc"_qs)));
+    EXPECT_EQ(folderEntries(), QStringList{u"Trip.webloc"_qs});
+    EXPECT_TRUE(test::readFile(inFolder(u"Trip.webloc"_qs)).contains("&amp;y=&lt;2&gt;"));
+
+    const QList<IndexedFile> files = FileIndex::scan();
+    ASSERT_EQ(files.size(), 1);
+    EXPECT_EQ(files[0].displayName, u"Trip"_qs);
+    EXPECT_EQ(ShortcutURL::target(files[0].url), u"https://a/?x=1&y=<2>"_qs);
+}
+
+TEST(ShortcutWriter, KeepsEveryOtherCharacterOfTheName)
+{
+    for (const QString &name : {u"a.b"_qs, u"Caf\u00E9 \\ notes"_qs, u"Trip"_qs})
+        EXPECT_TRUE(create(name).has_value()) << name.toStdString();
+    test::writeFile(inFolder(u"Docs.url"_qs), "URL=https://d/");
+    EXPECT_TRUE(create(u"Docs"_qs).has_value());
+    EXPECT_EQ(folderEntries(),
+              QStringList({u"Caf\u00E9 \\ notes.webloc"_qs, u"Docs.url"_qs, u"Docs.webloc"_qs,
+                           u"Trip.webloc"_qs, u"a.b.webloc"_qs}));
+}
+
+TEST(ShortcutWriter, RefusesInvalidNamesBeforeTouchingTheDisk)
+{
+    const QList<std::pair<QString, QString>> cases = {{u""_qs, u"https://a/"_qs},
+                                                      {u" \t\n"_qs, u"https://a/"_qs},
+                                                      {u"Trip"_qs, u""_qs},
+                                                      {u"Trip"_qs, u" \r\n\u2029"_qs},
+                                                      {u" .profile"_qs, u"https://a/"_qs},
+                                                      {u"a/b"_qs, u"https://a/"_qs},
+                                                      {u"a:b"_qs, u"https://a/"_qs}};
+    for (const auto &[name, url] : cases)
+        EXPECT_EQ(create(name, url), std::unexpected(WriteError::invalidName))
+            << name.toStdString() << " / " << url.toStdString();
+    EXPECT_FALSE(QDir(test::homePath() + u"/conflocal"_qs).exists());
+}
+
+TEST(ShortcutWriter, NeverReplacesAnExistingItem)
+{
+    test::writeFile(inFolder(u"File.webloc"_qs), "mine");
+    ASSERT_TRUE(QDir().mkpath(inFolder(u"Folder.webloc"_qs)));
+    ASSERT_TRUE(QFile::link(inFolder(u"nowhere"_qs), inFolder(u"Dangling.webloc"_qs)));
+
+    for (const QString &name : {u"File"_qs, u"Folder"_qs, u"Dangling"_qs})
+        EXPECT_EQ(create(name), std::unexpected(WriteError::alreadyExists)) << name.toStdString();
+    EXPECT_EQ(test::readFile(inFolder(u"File.webloc"_qs)), "mine");
+    EXPECT_EQ(folderEntries(),
+              QStringList({u"Dangling.webloc"_qs, u"File.webloc"_qs, u"Folder.webloc"_qs}));
+}
+
+TEST(ShortcutWriter, ReportsFailedWritesAndLeavesNothingBehind)
+{
+    test::writeFile(test::shortcutFolder(), "a file where the folder belongs");
+    EXPECT_EQ(create(u"Trip"_qs), std::unexpected(WriteError::writeFailed));
+    EXPECT_EQ(test::readFile(test::shortcutFolder()), "a file where the folder belongs");
+
+    ASSERT_TRUE(QFile::remove(test::shortcutFolder()));
+    EXPECT_EQ(create(QString(300, u'n')), std::unexpected(WriteError::writeFailed));
+    EXPECT_EQ(create(u"Trip"_qs, u"https://a/\u0001"_qs), std::unexpected(WriteError::writeFailed));
+    EXPECT_EQ(folderEntries(), QStringList());
+}
+
+} // namespace
