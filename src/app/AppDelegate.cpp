@@ -1,0 +1,117 @@
+#include "app/AppDelegate.h"
+
+#include "core/Text.h"
+#include "platform/Platform.h"
+#include "ui/Alert.h"
+
+#include <QPointer>
+
+namespace pindle::app {
+namespace {
+
+// Carbon's virtual key codes and Option mask, which the hot-key service maps to U, I and Alt.
+constexpr int keyCodeU = 32;
+constexpr int keyCodeI = 34;
+constexpr int optionModifier = 2048;
+
+constexpr double launcherHeaderHeight = 58;
+constexpr double creatorHeaderHeight = 86;
+
+} // namespace
+
+bool isWebAddress(const QString &text)
+{
+    const QString address = Text::trimmedWhitespaceAndNewlines(text).toLower();
+    return address.startsWith(QLatin1String("http://")) ||
+           address.startsWith(QLatin1String("https://"));
+}
+
+HotKeyWarning hotKeyWarning(const QStringList &names)
+{
+    const QString joined = names.join(QStringLiteral(" and "));
+    const QString which = names.size() == 1 ? QStringLiteral("that shortcut won\u2019t")
+                                            : QStringLiteral("those shortcuts won\u2019t");
+    return {
+        .messageText = QStringLiteral("Couldn\u2019t register ") + joined,
+        .informativeText = QStringLiteral("Another application already owns ") + joined +
+                           QStringLiteral(". Pindle is running, but ") + which +
+                           QStringLiteral(" open it until the other app releases the key."),
+    };
+}
+
+AppDelegate::AppDelegate() = default;
+
+AppDelegate::~AppDelegate() = default;
+
+void AppDelegate::applicationDidFinishLaunching()
+{
+    auto &application = *platform::services().application;
+    application.setActivationPolicy(platform::ActivationPolicy::accessory);
+
+    auto *launcherHeader = new QWidget;
+    m_launcher = std::make_unique<ui::LauncherController>(launcherHeader, launcherHeaderHeight);
+    m_launcher->buildField(launcherHeader);
+
+    auto *creatorHeader = new QWidget;
+    m_creator = std::make_unique<ui::CreatorController>(creatorHeader, creatorHeaderHeight);
+    m_creator->buildFields(creatorHeader);
+
+    QStringList failed;
+    const QPointer<AppDelegate> self(this);
+    if (!m_hotKey.registerHotKey(keyCodeU, optionModifier, [self] {
+            if (self)
+                self->toggleLauncher();
+        }))
+        failed.append(QStringLiteral("\u2325U"));
+    if (!m_hotKey.registerHotKey(keyCodeI, optionModifier, [self] {
+            if (self)
+                self->toggleCreator();
+        }))
+        failed.append(QStringLiteral("\u2325I"));
+    if (!failed.isEmpty())
+        warnHotKeysUnavailable(failed);
+}
+
+void AppDelegate::applicationWillTerminate()
+{
+    m_hotKey.unregisterAll();
+}
+
+void AppDelegate::toggleLauncher()
+{
+    if (m_launcher->isVisible())
+        m_launcher->hide(true);
+    else
+        m_launcher->show();
+}
+
+void AppDelegate::toggleCreator()
+{
+    if (m_creator->isVisible()) {
+        m_creator->hide(true);
+        return;
+    }
+    const std::optional<QString> text = platform::services().pasteboard->string();
+    // Anything but a web address leaves the key without effect: no panel, no sound.
+    if (!text || !isWebAddress(*text))
+        return;
+    m_creator->show(*text);
+}
+
+void AppDelegate::warnHotKeysUnavailable(const QStringList &names)
+{
+    const HotKeyWarning warning = hotKeyWarning(names);
+    ui::Alert alert;
+    alert.messageText = warning.messageText;
+    alert.informativeText = warning.informativeText;
+    alert.style = ui::Alert::Style::warning;
+    auto &application = *platform::services().application;
+    // The alert is the one window Pindle shows outside its panels: let it have a task-bar entry
+    // and the focus while it is up.
+    application.setActivationPolicy(platform::ActivationPolicy::regular);
+    application.activateIgnoringOtherApps();
+    alert.runModal();
+    application.setActivationPolicy(platform::ActivationPolicy::accessory);
+}
+
+} // namespace pindle::app

@@ -1,0 +1,57 @@
+#pragma once
+
+// The application shell: builds the two panels once, registers Alt+U and Alt+I to toggle them,
+// warns once at start-up about keys another program holds, and lets the keys go at the end.
+
+#include "platform/HotKeyManager.h"
+#include "ui/CreatorController.h"
+#include "ui/LauncherController.h"
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+namespace pindle::app {
+
+// Whether Alt+I should open the creator for this clipboard text: an http or https address once
+// blanks and line breaks around it are ignored, whatever the case of its scheme.
+bool isWebAddress(const QString &text);
+
+struct HotKeyWarning
+{
+    QString messageText;
+    QString informativeText;
+};
+
+// The start-up alert for the keys that could not be registered, named in registration order.
+HotKeyWarning hotKeyWarning(const QStringList &names);
+
+class AppDelegate : public QObject
+{
+    Q_OBJECT
+public:
+    AppDelegate();
+    ~AppDelegate() override;
+
+    // The start-up work, run once the event loop is going.
+    void applicationDidFinishLaunching();
+    void applicationWillTerminate();
+
+    // Null until applicationDidFinishLaunching().
+    ui::LauncherController *launcher() const { return m_launcher.get(); }
+    ui::CreatorController *creator() const { return m_creator.get(); }
+
+private:
+    void toggleLauncher();
+    void toggleCreator();
+    void warnHotKeysUnavailable(const QStringList &names);
+
+    std::unique_ptr<ui::LauncherController> m_launcher;
+    std::unique_ptr<ui::CreatorController> m_creator;
+    // Declared last so the keys are let go before the panels they toggle are destroyed.
+    HotKeyManager m_hotKey;
+};
+
+} // namespace pindle::app

@@ -1,0 +1,167 @@
+#include "ui/CreatorController.h"
+
+#include "core/FileIndex.h"
+#include "core/ShortcutWriter.h"
+#include "core/Text.h"
+#include "platform/Platform.h"
+
+#include <QFont>
+#include <QPalette>
+#include <QVBoxLayout>
+
+namespace pindle::ui {
+namespace {
+
+constexpr qsizetype resultLimit = 6;
+constexpr int nameFontPixels = 22;
+constexpr int urlFontPixels = 13;
+constexpr int fieldMargin = 18;
+constexpr int fieldInset = 12;
+
+} // namespace
+
+CreatorController::CreatorController(QWidget *header, double headerHeight)
+    : PanelController(header, headerHeight)
+{}
+
+CommandField *CreatorController::makeField(const QString &placeholder, int fontPixels,
+                                           const QColor &color)
+{
+    auto *field = new CommandField;
+    field->setFrame(false);
+    field->setAttribute(Qt::WA_MacShowFocusRect, false);
+    field->setStyleSheet(QStringLiteral("QLineEdit { background: transparent; }"));
+    QFont font = field->font();
+    font.setPixelSize(fontPixels);
+    field->setFont(font);
+    QPalette palette = field->palette();
+    palette.setColor(QPalette::Text, color);
+    field->setPalette(palette);
+    field->setPlaceholderText(placeholder);
+    connect(field, &QLineEdit::textEdited, this, [this] { updateResults(); });
+    field->onCommand = [self = QPointer(this)](CommandField *edited, TextCommand command) {
+        return self && self->doCommand(edited, command);
+    };
+    return field;
+}
+
+void CreatorController::buildFields(QWidget *header)
+{
+    const QPalette palette = header->palette();
+    m_nameField =
+        makeField(QStringLiteral("Save as:"), nameFontPixels, palette.color(QPalette::WindowText));
+    m_nameField->setObjectName(QStringLiteral("nameField"));
+    m_urlField =
+        makeField(QStringLiteral("URL"), urlFontPixels, palette.color(QPalette::PlaceholderText));
+    m_urlField->setObjectName(QStringLiteral("urlField"));
+
+    auto *layout = new QVBoxLayout(header);
+    layout->setContentsMargins(fieldMargin, fieldInset, fieldMargin, fieldInset);
+    layout->setSpacing(0);
+    layout->addWidget(m_nameField, 0, Qt::AlignTop);
+    layout->addStretch(1);
+    layout->addWidget(m_urlField, 0, Qt::AlignBottom);
+
+    // Tab and Shift-Tab go round the two fields and nowhere else.
+    QWidget::setTabOrder(m_nameField, m_urlField);
+    QWidget::setTabOrder(m_urlField, m_nameField);
+}
+
+void CreatorController::show(const QString &url)
+{
+    files = FileIndex::scan();
+    m_nameField->clear();
+    m_urlField->setText(Text::trimmedWhitespaceAndNewlines(url));
+    updateResults();
+    present();
+    m_nameField->setFocus(Qt::ActiveWindowFocusReason);
+}
+
+void CreatorController::hide(bool restoringFocus)
+{
+    PanelController::hide(restoringFocus);
+    m_nameField->clear();
+    m_urlField->clear();
+    results.clear();
+    selectedIndex = -1;
+    renderRows(std::nullopt);
+}
+
+void CreatorController::rowClicked(qsizetype index)
+{
+    adoptName(index);
+}
+
+void CreatorController::updateResults()
+{
+    const QString name = Text::trimmedWhitespace(m_nameField->text());
+    if (!FileIndex::directoryExists())
+        results.clear();
+    else if (!name.isEmpty())
+        results = FileIndex::search(name, files, resultLimit);
+    else
+        results = FileIndex::matching(m_urlField->text(), files, resultLimit);
+    selectedIndex = -1;
+    renderRows(std::nullopt);
+}
+
+void CreatorController::adoptName(qsizetype index)
+{
+    if (index < 0 || index >= results.size())
+        return;
+    const QString name = results[index].file.displayName;
+    m_nameField->setText(name);
+    if (m_nameField->hasFocus())
+        m_nameField->setCursorPosition(int(name.size()));
+    updateResults();
+    m_nameField->setFocus(Qt::OtherFocusReason);
+}
+
+void CreatorController::attemptCreate()
+{
+    const auto created =
+        ShortcutWriter::create(m_nameField->text(), m_urlField->text(), FileIndex::directory());
+    if (!created) {
+        // A refused name or a failed write: the user fixes the text and tries again.
+        platform::services().workspace->beep();
+        return;
+    }
+    hide(true);
+}
+
+bool CreatorController::doCommand(CommandField *field, TextCommand command)
+{
+    switch (command) {
+    case TextCommand::insertNewline:
+        if (selectedIndex < 0)
+            attemptCreate();
+        else
+            adoptName(selectedIndex);
+        return true;
+    case TextCommand::cancelOperation:
+        if (field->text().isEmpty()) {
+            hide(true);
+        } else {
+            field->clear();
+            // The list follows the name only; clearing the address leaves it as it was.
+            if (field == m_nameField)
+                updateResults();
+        }
+        return true;
+    case TextCommand::deleteForward:
+        if (isDeleteChord() && selectedIndex >= 0) {
+            confirmDeleteSelection(field);
+            return true;
+        }
+        return false;
+    case TextCommand::moveDown:
+        move(1, true);
+        return true;
+    case TextCommand::moveUp:
+        move(-1, true);
+        return true;
+    }
+    return false;
+}
+
+} // namespace pindle::ui

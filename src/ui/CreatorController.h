@@ -1,0 +1,43 @@
+#pragma once
+
+// The Alt+I panel: saves the address from the clipboard as a new shortcut under a typed name.
+// While the name is empty it lists the shortcuts that already point at the address; once a name
+// is typed, the shortcuts whose names match it. Return saves, or adopts the selected row's name.
+
+#include "ui/CommandField.h"
+#include "ui/PanelController.h"
+
+namespace pindle::ui {
+
+class CreatorController : public PanelController
+{
+    Q_OBJECT
+public:
+    // header: the empty widget handed to the panel; buildFields() fills it.
+    CreatorController(QWidget *header, double headerHeight);
+
+    // Puts the name and URL fields into the header. Called once, right after construction.
+    void buildFields(QWidget *header);
+    // Null until buildFields().
+    CommandField *nameField() const { return m_nameField; }
+    CommandField *urlField() const { return m_urlField; }
+
+    // Opens the panel for the address (trimmed here), with an empty name.
+    void show(const QString &url);
+    void hide(bool restoringFocus) override;
+    void rowClicked(qsizetype index) override;
+    void updateResults() override;
+
+private:
+    using PanelController::show;
+
+    CommandField *makeField(const QString &placeholder, int fontPixels, const QColor &color);
+    void adoptName(qsizetype index);
+    void attemptCreate();
+    bool doCommand(CommandField *field, TextCommand command);
+
+    CommandField *m_nameField = nullptr;
+    CommandField *m_urlField = nullptr;
+};
+
+} // namespace pindle::ui

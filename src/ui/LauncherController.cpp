@@ -1,0 +1,171 @@
+#include "ui/LauncherController.h"
+
+#include "core/FileIndex.h"
+#include "core/ShortcutURL.h"
+#include "core/Text.h"
+#include "platform/Platform.h"
+
+#include <QDir>
+#include <QFont>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+
+namespace pindle::ui {
+namespace {
+
+constexpr qsizetype resultLimit = 8;
+constexpr int fieldFontPixels = 24;
+constexpr int fieldMargin = 18;
+
+// X's Lock bit in a key event's state: Qt folds Caps Lock into no modifier of its own.
+constexpr quint32 capsLockMask = 0x2;
+
+// Ctrl-C or Super-C with no other modifier, Caps Lock included: a copy chord that also
+// carries Shift or Alt is left alone, as is one typed with Caps Lock on.
+bool isCopyChord(const QKeyEvent *event)
+{
+    if (event->key() != Qt::Key_C)
+        return false;
+    if ((event->nativeModifiers() & capsLockMask) != 0)
+        return false;
+    const Qt::KeyboardModifiers relevant = Qt::ShiftModifier | Qt::ControlModifier |
+                                           Qt::AltModifier | Qt::MetaModifier | Qt::KeypadModifier |
+                                           Qt::GroupSwitchModifier;
+    const Qt::KeyboardModifiers held = event->modifiers() & relevant;
+    return held == Qt::ControlModifier || held == Qt::MetaModifier;
+}
+
+} // namespace
+
+LauncherController::LauncherController(QWidget *header, double headerHeight)
+    : PanelController(header, headerHeight)
+{}
+
+void LauncherController::buildField(QWidget *header)
+{
+    m_textField = new CommandField(header);
+    m_textField->setObjectName(QStringLiteral("searchField"));
+    m_textField->setFrame(false);
+    m_textField->setAttribute(Qt::WA_MacShowFocusRect, false);
+    // Transparent so the panel's own background shows through.
+    m_textField->setStyleSheet(QStringLiteral("QLineEdit { background: transparent; }"));
+    QFont font = m_textField->font();
+    font.setPixelSize(fieldFontPixels);
+    m_textField->setFont(font);
+    m_textField->setPlaceholderText(QStringLiteral("Pindle to:"));
+
+    auto *layout = new QHBoxLayout(header);
+    layout->setContentsMargins(fieldMargin, 0, fieldMargin, 0);
+    layout->addWidget(m_textField, 0, Qt::AlignVCenter);
+
+    connect(m_textField, &QLineEdit::textEdited, this, [this] { updateResults(); });
+    m_textField->onCommand = [self = QPointer(this)](CommandField *field, TextCommand command) {
+        return self && self->doCommand(field, command);
+    };
+}
+
+void LauncherController::show()
+{
+    files = FileIndex::scan();
+    m_textField->clear();
+    updateResults();
+    present();
+    m_textField->setFocus(Qt::ActiveWindowFocusReason);
+}
+
+void LauncherController::hide(bool restoringFocus)
+{
+    PanelController::hide(restoringFocus);
+    m_textField->clear();
+    updateResults();
+}
+
+void LauncherController::rowClicked(qsizetype index)
+{
+    open(index);
+}
+
+void LauncherController::updateResults()
+{
+    const QString query = Text::trimmedWhitespace(m_textField->text());
+    if (query.isEmpty()) {
+        results.clear();
+        selectedIndex = -1;
+    } else if (!FileIndex::directoryExists()) {
+        results.clear();
+        selectedIndex = -1;
+        renderRows(QDir::cleanPath(FileIndex::directory().toLocalFile()) +
+                   QStringLiteral(" not found"));
+        return;
+    } else {
+        results = FileIndex::search(query, files, resultLimit);
+        selectedIndex = results.isEmpty() ? -1 : 0;
+    }
+    renderRows(std::nullopt);
+}
+
+bool LauncherController::handleKeyEquivalent(QKeyEvent *event)
+{
+    if (!isVisible() || selectedIndex < 0)
+        return false;
+    if (!isCopyChord(event))
+        return false;
+    copyURL(selectedIndex);
+    return true;
+}
+
+void LauncherController::open(qsizetype index)
+{
+    if (index < 0 || index >= results.size())
+        return;
+    const QUrl file = results[index].file.url;
+    // No focus restore: the application that opens the file takes the focus.
+    PanelController::hide(false);
+    m_textField->clear();
+    updateResults();
+    platform::services().workspace->openFile(file);
+}
+
+void LauncherController::copyURL(qsizetype index)
+{
+    if (index < 0 || index >= results.size())
+        return;
+    const QUrl file = results[index].file.url;
+    const QString text = ShortcutURL::target(file).value_or(file.toLocalFile());
+    hide(true);
+    auto &pasteboard = *platform::services().pasteboard;
+    pasteboard.clearContents();
+    pasteboard.setString(text);
+}
+
+bool LauncherController::doCommand(CommandField *field, TextCommand command)
+{
+    switch (command) {
+    case TextCommand::insertNewline:
+        open(selectedIndex);
+        return true;
+    case TextCommand::cancelOperation:
+        if (!field->text().isEmpty()) {
+            field->clear();
+            updateResults();
+        } else {
+            hide(true);
+        }
+        return true;
+    case TextCommand::deleteForward:
+        if (isDeleteChord() && selectedIndex >= 0) {
+            confirmDeleteSelection(field);
+            return true;
+        }
+        return false;
+    case TextCommand::moveDown:
+        move(1, false);
+        return true;
+    case TextCommand::moveUp:
+        move(-1, false);
+        return true;
+    }
+    return false;
+}
+
+} // namespace pindle::ui

@@ -1,0 +1,38 @@
+#pragma once
+
+// The Alt+U panel: one large search field over the shortcut folder. Typing lists the best
+// matches; Return opens the selected shortcut file, Ctrl-C or Super-C copies its address,
+// Ctrl+Delete moves it to the Trash after a confirmation, Escape clears the query or closes.
+
+#include "ui/CommandField.h"
+#include "ui/PanelController.h"
+
+namespace pindle::ui {
+
+class LauncherController : public PanelController
+{
+    Q_OBJECT
+public:
+    // header: the empty widget handed to the panel; buildField() fills it.
+    LauncherController(QWidget *header, double headerHeight);
+
+    // Puts the search field into the header. Called once, right after construction.
+    void buildField(QWidget *header);
+    // Null until buildField().
+    CommandField *textField() const { return m_textField; }
+
+    void show() override;
+    void hide(bool restoringFocus) override;
+    void rowClicked(qsizetype index) override;
+    void updateResults() override;
+    bool handleKeyEquivalent(QKeyEvent *event) override;
+
+private:
+    void open(qsizetype index);
+    void copyURL(qsizetype index);
+    bool doCommand(CommandField *field, TextCommand command);
+
+    CommandField *m_textField = nullptr;
+};
+
+} // namespace pindle::ui

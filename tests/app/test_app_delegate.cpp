@@ -1,0 +1,202 @@
+// The application shell with the fake desktop: which keys it takes, what it says when it can't,
+// what the keys toggle, and when Alt+I opens the creator.
+
+#include "app/AppDelegate.h"
+
+#include "platform/fake/FakePlatform.h"
+
+#include "ui/Alert.h"
+
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+
+using namespace pindle;
+using platform::ActivationPolicy;
+
+namespace {
+
+constexpr std::uint32_t keyU = 32;
+constexpr std::uint32_t keyI = 34;
+constexpr std::uint32_t option = 2048;
+constexpr std::int64_t previousApp = 777;
+
+class Delegate : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        fakes = platform::fake::installFakePlatform();
+        fakes.focus->frontmost = platform::RunningApplication{.processIdentifier = previousApp};
+    }
+
+    void launch()
+    {
+        delegate = std::make_unique<app::AppDelegate>();
+        delegate->applicationDidFinishLaunching();
+    }
+
+    void TearDown() override { delegate.reset(); }
+
+    platform::fake::FakePlatform fakes;
+    std::unique_ptr<app::AppDelegate> delegate;
+};
+
+using DelegateLaunching = Delegate;
+using DelegateToggles = Delegate;
+using DelegateTerminating = Delegate;
+
+TEST_F(DelegateLaunching, RegistersAltUThenAltIAndStaysAnAccessory)
+{
+    launch();
+    const auto registered = fakes.hotKeys->registered();
+    ASSERT_EQ(registered.size(), 2);
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> byId(3);
+    for (const auto &registration : registered)
+        byId.at(registration.id.id) = {registration.keyCode, registration.modifiers};
+    EXPECT_EQ(byId[1], std::make_pair(keyU, option));
+    EXPECT_EQ(byId[2], std::make_pair(keyI, option));
+    EXPECT_FALSE(ui::Alert::lastAlert().has_value());
+    EXPECT_EQ(fakes.application->policies, QList<ActivationPolicy>{ActivationPolicy::accessory});
+    ASSERT_NE(delegate->launcher(), nullptr);
+    ASSERT_NE(delegate->creator(), nullptr);
+    EXPECT_FALSE(delegate->launcher()->isVisible());
+    EXPECT_FALSE(delegate->creator()->isVisible());
+    EXPECT_EQ(delegate->launcher()->panel()->height(), 58);
+    EXPECT_EQ(delegate->creator()->panel()->height(), 86);
+    EXPECT_EQ(delegate->launcher()->textField()->placeholderText(), QStringLiteral("Pindle to:"));
+    EXPECT_EQ(delegate->creator()->nameField()->placeholderText(), QStringLiteral("Save as:"));
+}
+
+TEST_F(DelegateLaunching, OneTakenKeyIsNamedInTheWarning)
+{
+    fakes.hotKeys->heldElsewhere.insert({keyI, option});
+    ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
+    launch();
+    const std::optional<ui::Alert> alert = ui::Alert::lastAlert();
+    ASSERT_TRUE(alert.has_value());
+    EXPECT_EQ(alert->messageText, QStringLiteral("Couldn\u2019t register \u2325I"));
+    EXPECT_EQ(alert->informativeText,
+              QStringLiteral("Another application already owns \u2325I. Pindle is running, but "
+                             "that shortcut won\u2019t open it until the other app releases the "
+                             "key."));
+    EXPECT_EQ(alert->style, ui::Alert::Style::warning);
+    // No buttons of its own: the alert shows the single default one.
+    EXPECT_TRUE(alert->buttons().isEmpty());
+    // Alt+U still works.
+    EXPECT_TRUE(fakes.hotKeys->press(keyU, option));
+    EXPECT_TRUE(delegate->launcher()->isVisible());
+}
+
+TEST_F(DelegateLaunching, TwoTakenKeysAreNamedInOrderInOneWarning)
+{
+    fakes.hotKeys->heldElsewhere.insert({keyU, option});
+    fakes.hotKeys->heldElsewhere.insert({keyI, option});
+    ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
+    launch();
+    const std::optional<ui::Alert> alert = ui::Alert::lastAlert();
+    ASSERT_TRUE(alert.has_value());
+    EXPECT_EQ(alert->messageText, QStringLiteral("Couldn\u2019t register \u2325U and \u2325I"));
+    EXPECT_EQ(alert->informativeText,
+              QStringLiteral("Another application already owns \u2325U and \u2325I. Pindle is "
+                             "running, but those shortcuts won\u2019t open it until the other app "
+                             "releases the key."));
+    // A task-bar entry and the focus only while the alert is up.
+    EXPECT_EQ(fakes.application->policies,
+              (QList<ActivationPolicy>{ActivationPolicy::accessory, ActivationPolicy::regular,
+                                       ActivationPolicy::accessory}));
+    EXPECT_EQ(fakes.application->activations, 1);
+}
+
+TEST_F(DelegateLaunching, WarningTextsForEachKeyAlone)
+{
+    const app::HotKeyWarning u = app::hotKeyWarning({QStringLiteral("\u2325U")});
+    EXPECT_EQ(u.messageText, QStringLiteral("Couldn\u2019t register \u2325U"));
+    EXPECT_EQ(u.informativeText,
+              QStringLiteral("Another application already owns \u2325U. Pindle is running, but "
+                             "that shortcut won\u2019t open it until the other app releases the "
+                             "key."));
+}
+
+TEST_F(DelegateToggles, AltUShowsThenHidesTheLauncherAndRestoresFocus)
+{
+    launch();
+    ASSERT_TRUE(fakes.hotKeys->press(keyU, option));
+    EXPECT_TRUE(delegate->launcher()->isVisible());
+    QTest::keyClicks(delegate->launcher()->textField(), QStringLiteral("abc"));
+    ASSERT_TRUE(fakes.hotKeys->press(keyU, option));
+    EXPECT_FALSE(delegate->launcher()->isVisible());
+    EXPECT_TRUE(delegate->launcher()->textField()->text().isEmpty());
+    ASSERT_EQ(fakes.focus->activated.size(), 1);
+    EXPECT_EQ(fakes.focus->activated[0].processIdentifier, previousApp);
+}
+
+TEST_F(DelegateToggles, AltIOpensTheCreatorOnlyForAWebAddress)
+{
+    launch();
+    for (const std::optional<QString> &text :
+         {std::optional<QString>(), std::optional(QStringLiteral("  ")),
+          std::optional(QStringLiteral("example.com/page")),
+          std::optional(QStringLiteral("ftp://files.example.com/")),
+          std::optional(QStringLiteral("httpx://example.com/"))}) {
+        fakes.pasteboard->text = text;
+        ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+        EXPECT_FALSE(delegate->creator()->isVisible())
+            << text.value_or(QStringLiteral("<none>")).toStdString();
+    }
+    EXPECT_EQ(fakes.workspace->beeps, 0);
+    EXPECT_EQ(fakes.application->activations, 0);
+}
+
+TEST_F(DelegateToggles, AltIKeepsTheAddressAsCopiedButTrimmed)
+{
+    launch();
+    fakes.pasteboard->text = QStringLiteral("  HTTPS://Example.COM/Path?q=1 \n");
+    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    ASSERT_TRUE(delegate->creator()->isVisible());
+    EXPECT_EQ(delegate->creator()->urlField()->text(),
+              QStringLiteral("HTTPS://Example.COM/Path?q=1"));
+    EXPECT_TRUE(delegate->creator()->nameField()->text().isEmpty());
+
+    // Pressed again it hides, whatever the clipboard holds now.
+    fakes.pasteboard->text.reset();
+    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    EXPECT_FALSE(delegate->creator()->isVisible());
+    EXPECT_EQ(fakes.focus->activated.size(), 1);
+}
+
+TEST(WebAddressRule, AcceptsHttpAndHttpsInAnyCaseAroundBlanks)
+{
+    EXPECT_TRUE(app::isWebAddress(QStringLiteral("http://a")));
+    EXPECT_TRUE(app::isWebAddress(QStringLiteral("https://a")));
+    EXPECT_TRUE(app::isWebAddress(QStringLiteral("HtTpS://A")));
+    EXPECT_TRUE(app::isWebAddress(QStringLiteral("\t https://a \r\n")));
+    EXPECT_TRUE(app::isWebAddress(QStringLiteral("\u00a0https://a\u2028")));
+}
+
+TEST(WebAddressRule, RefusesEverythingElse)
+{
+    EXPECT_FALSE(app::isWebAddress(QString()));
+    EXPECT_FALSE(app::isWebAddress(QStringLiteral(" \n ")));
+    EXPECT_FALSE(app::isWebAddress(QStringLiteral("www.example.com")));
+    EXPECT_FALSE(app::isWebAddress(QStringLiteral("ftp://example.com")));
+    EXPECT_FALSE(app::isWebAddress(QStringLiteral("http:/example.com")));
+    EXPECT_FALSE(app::isWebAddress(QStringLiteral("see https://example.com")));
+    EXPECT_FALSE(app::isWebAddress(QStringLiteral("file:///home/x")));
+}
+
+TEST_F(DelegateTerminating, LetsGoOfBothKeys)
+{
+    launch();
+    ASSERT_EQ(fakes.hotKeys->registered().size(), 2);
+    delegate->applicationWillTerminate();
+    EXPECT_TRUE(fakes.hotKeys->registered().isEmpty());
+    EXPECT_FALSE(fakes.hotKeys->hasHandler());
+    EXPECT_FALSE(fakes.hotKeys->press(keyU, option));
+    EXPECT_FALSE(delegate->launcher()->isVisible());
+}
+
+} // namespace

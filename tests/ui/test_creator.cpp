@@ -1,0 +1,289 @@
+// The creator driven through its two real fields: URL matches, name matches, adopting a listed
+// name, saving, and what Escape, Tab and the arrows do.
+
+#include "test_launcher_support.h"
+
+#include "core/FileIndex.h"
+#include "support/TestSupport.h"
+#include "ui/CreatorController.h"
+#include "ui/ResultRowView.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace pindle;
+using pindle::test::writeWebloc;
+
+namespace {
+
+constexpr std::int64_t previousApp = 777;
+const QString sharedURL = QStringLiteral("https://example.com/");
+
+class Creator : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        fakes = platform::fake::installFakePlatform();
+        fakes.focus->frontmost = platform::RunningApplication{.processIdentifier = previousApp};
+        writeWebloc(QStringLiteral("Example Home"), sharedURL);
+        writeWebloc(QStringLiteral("Example Again"), sharedURL);
+        writeWebloc(QStringLiteral("Other"), QStringLiteral("https://other.example.org/"));
+
+        auto *header = new QWidget;
+        creator = std::make_unique<ui::CreatorController>(header, 86);
+        creator->buildFields(header);
+    }
+
+    void TearDown() override { creator.reset(); }
+
+    void open() { creator->show(QStringLiteral("  ") + sharedURL + QStringLiteral("\n")); }
+    ui::CommandField *name() const { return creator->nameField(); }
+    ui::CommandField *url() const { return creator->urlField(); }
+    QWidget *focused() const { return creator->panel()->focusWidget(); }
+    void key(QWidget *target, Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    {
+        QTest::keyClick(target, key, modifiers);
+    }
+    QStringList shownNames() const
+    {
+        QStringList names;
+        for (const ScoredFile &row : creator->results)
+            names.append(row.file.displayName);
+        names.sort();
+        return names;
+    }
+    static QString savedPath(const QString &name)
+    {
+        return test::shortcutFolder() + QLatin1Char('/') + name + QStringLiteral(".webloc");
+    }
+
+    platform::fake::FakePlatform fakes;
+    std::unique_ptr<ui::CreatorController> creator;
+};
+
+using CreatorShowing = Creator;
+using CreatorListing = Creator;
+using CreatorAdopting = Creator;
+using CreatorSaving = Creator;
+using CreatorEscape = Creator;
+
+TEST_F(CreatorShowing, OpensWithTheTrimmedAddressAndItsExistingShortcuts)
+{
+    open();
+    EXPECT_TRUE(creator->isVisible());
+    EXPECT_EQ(url()->text(), sharedURL);
+    EXPECT_TRUE(name()->text().isEmpty());
+    EXPECT_EQ(focused(), name());
+    EXPECT_EQ(shownNames(),
+              (QStringList{QStringLiteral("Example Again"), QStringLiteral("Example Home")}));
+    EXPECT_EQ(creator->selectedIndex, -1);
+    EXPECT_EQ(name()->placeholderText(), QStringLiteral("Save as:"));
+    EXPECT_EQ(url()->placeholderText(), QStringLiteral("URL"));
+    EXPECT_EQ(name()->font().pixelSize(), 22);
+    EXPECT_EQ(url()->font().pixelSize(), 13);
+}
+
+TEST_F(CreatorShowing, TabAndShiftTabMoveBetweenTheTwoFields)
+{
+    open();
+    key(name(), Qt::Key_Tab);
+    EXPECT_EQ(focused(), url());
+    key(url(), Qt::Key_Tab);
+    EXPECT_EQ(focused(), name());
+    key(name(), Qt::Key_Backtab, Qt::ShiftModifier);
+    EXPECT_EQ(focused(), url());
+    key(url(), Qt::Key_Backtab, Qt::ShiftModifier);
+    EXPECT_EQ(focused(), name());
+}
+
+TEST_F(CreatorListing, TypedNameReplacesTheAddressMatchesUntilErased)
+{
+    open();
+    QTest::keyClicks(name(), QStringLiteral("oth"));
+    EXPECT_EQ(shownNames(), QStringList{QStringLiteral("Other")});
+    EXPECT_EQ(creator->selectedIndex, -1);
+    for (int i = 0; i < 3; ++i)
+        key(name(), Qt::Key_Backspace);
+    EXPECT_EQ(shownNames().size(), 2);
+}
+
+TEST_F(CreatorListing, EditingTheAddressListsItsShortcuts)
+{
+    open();
+    url()->selectAll();
+    QTest::keyClicks(url(), QStringLiteral("https://other.example.org/"));
+    EXPECT_EQ(shownNames(), QStringList{QStringLiteral("Other")});
+}
+
+TEST_F(CreatorListing, UpFromTheFirstRowReturnsToNoSelection)
+{
+    open();
+    key(name(), Qt::Key_Up);
+    EXPECT_EQ(creator->selectedIndex, -1);
+    key(name(), Qt::Key_Down);
+    EXPECT_EQ(creator->selectedIndex, 0);
+    ASSERT_EQ(creator->rowViews.size(), 2);
+    EXPECT_TRUE(creator->rowViews[0]->isSelected());
+    key(name(), Qt::Key_Down);
+    key(name(), Qt::Key_Down);
+    EXPECT_EQ(creator->selectedIndex, 1);
+    key(name(), Qt::Key_Up);
+    key(name(), Qt::Key_Up);
+    EXPECT_EQ(creator->selectedIndex, -1);
+    EXPECT_FALSE(creator->rowViews[0]->isSelected());
+}
+
+TEST_F(CreatorListing, MissingFolderShowsNoRowsAndNoMessage)
+{
+    ASSERT_TRUE(QDir(test::shortcutFolder()).removeRecursively());
+    open();
+    QTest::keyClicks(name(), QStringLiteral("ex"));
+    EXPECT_TRUE(creator->results.isEmpty());
+    EXPECT_TRUE(creator->rowViews.isEmpty());
+    for (const QString &text : test::visibleLabelTexts(creator->panel()))
+        EXPECT_FALSE(text.endsWith(QStringLiteral(" not found"))) << text.toStdString();
+}
+
+TEST_F(CreatorAdopting, DownThenReturnCopiesTheNameWithTheCaretAtItsEnd)
+{
+    open();
+    key(name(), Qt::Key_Down);
+    ASSERT_FALSE(creator->results.isEmpty());
+    const QString adopted = creator->results[0].file.displayName;
+    key(name(), Qt::Key_Return);
+    EXPECT_EQ(name()->text(), adopted);
+    EXPECT_EQ(name()->cursorPosition(), adopted.size());
+    EXPECT_EQ(creator->selectedIndex, -1);
+    EXPECT_TRUE(creator->isVisible());
+    // Now a name search on the adopted name.
+    EXPECT_TRUE(shownNames().contains(adopted));
+    EXPECT_EQ(focused(), name());
+}
+
+TEST_F(CreatorAdopting, ClickingARowCopiesItsName)
+{
+    open();
+    ASSERT_EQ(creator->rowViews.size(), 2);
+    const QString adopted = creator->results[1].file.displayName;
+    QTest::mouseClick(creator->rowViews[1], Qt::LeftButton);
+    EXPECT_EQ(name()->text(), adopted);
+    EXPECT_EQ(creator->selectedIndex, -1);
+}
+
+TEST_F(CreatorSaving, AdoptedNameEditedThenSavedWritesTheFileAndRestoresFocus)
+{
+    open();
+    key(name(), Qt::Key_Down);
+    ASSERT_FALSE(creator->results.isEmpty());
+    const QString adopted = creator->results[0].file.displayName;
+    key(name(), Qt::Key_Return);
+    QTest::keyClicks(name(), QStringLiteral(" 2"));
+    key(name(), Qt::Key_Return);
+
+    EXPECT_TRUE(QFile::exists(savedPath(adopted + QStringLiteral(" 2"))));
+    EXPECT_TRUE(
+        test::readFile(savedPath(adopted + QStringLiteral(" 2"))).contains(sharedURL.toUtf8()));
+    EXPECT_FALSE(creator->isVisible());
+    EXPECT_TRUE(name()->text().isEmpty());
+    EXPECT_TRUE(url()->text().isEmpty());
+    EXPECT_TRUE(creator->results.isEmpty());
+    ASSERT_EQ(fakes.focus->activated.size(), 1);
+    EXPECT_EQ(fakes.focus->activated[0].processIdentifier, previousApp);
+    EXPECT_EQ(fakes.workspace->beeps, 0);
+}
+
+TEST_F(CreatorSaving, ReturnWithNoSelectionSavesEvenWhenRowsAreListed)
+{
+    open();
+    QTest::keyClicks(name(), QStringLiteral("Example Third"));
+    ASSERT_FALSE(creator->results.isEmpty());
+    key(name(), Qt::Key_Down);
+    key(name(), Qt::Key_Up);
+    key(name(), Qt::Key_Return);
+    EXPECT_TRUE(QFile::exists(savedPath(QStringLiteral("Example Third"))));
+    EXPECT_FALSE(creator->isVisible());
+}
+
+TEST_F(CreatorSaving, FailedSaveBeepsAndChangesNothing)
+{
+    open();
+    QTest::keyClicks(name(), QStringLiteral("Other"));
+    const QStringList before = shownNames();
+    const QByteArray existing = test::readFile(savedPath(QStringLiteral("Other")));
+    key(name(), Qt::Key_Return);
+    EXPECT_EQ(fakes.workspace->beeps, 1);
+    EXPECT_TRUE(creator->isVisible());
+    EXPECT_EQ(name()->text(), QStringLiteral("Other"));
+    EXPECT_EQ(url()->text(), sharedURL);
+    EXPECT_EQ(shownNames(), before);
+    EXPECT_EQ(creator->selectedIndex, -1);
+    EXPECT_EQ(test::readFile(savedPath(QStringLiteral("Other"))), existing);
+    EXPECT_TRUE(fakes.focus->activated.isEmpty());
+}
+
+TEST_F(CreatorSaving, EmptyNameIsRefusedWithABeep)
+{
+    open();
+    key(name(), Qt::Key_Return);
+    EXPECT_EQ(fakes.workspace->beeps, 1);
+    EXPECT_TRUE(creator->isVisible());
+}
+
+TEST_F(CreatorSaving, MissingFolderIsCreatedBySaving)
+{
+    ASSERT_TRUE(QDir(test::homePath() + QStringLiteral("/conflocal")).removeRecursively());
+    open();
+    QTest::keyClicks(name(), QStringLiteral("First"));
+    key(name(), Qt::Key_Return);
+    EXPECT_TRUE(QFile::exists(savedPath(QStringLiteral("First"))));
+    EXPECT_FALSE(creator->isVisible());
+}
+
+TEST_F(CreatorEscape, InTheNameFieldClearsItAndBringsBackTheAddressMatches)
+{
+    open();
+    QTest::keyClicks(name(), QStringLiteral("oth"));
+    key(name(), Qt::Key_Escape);
+    EXPECT_TRUE(name()->text().isEmpty());
+    EXPECT_EQ(shownNames().size(), 2);
+    EXPECT_TRUE(creator->isVisible());
+    EXPECT_EQ(url()->text(), sharedURL);
+}
+
+TEST_F(CreatorEscape, InTheURLFieldClearsOnlyThatFieldAndKeepsTheList)
+{
+    open();
+    QTest::keyClicks(name(), QStringLiteral("oth"));
+    key(name(), Qt::Key_Tab);
+    key(url(), Qt::Key_Escape);
+    EXPECT_TRUE(url()->text().isEmpty());
+    EXPECT_EQ(name()->text(), QStringLiteral("oth"));
+    EXPECT_EQ(shownNames(), QStringList{QStringLiteral("Other")});
+    EXPECT_TRUE(creator->isVisible());
+
+    // With the name erased, the list follows the address, now empty.
+    key(url(), Qt::Key_Tab);
+    for (int i = 0; i < 3; ++i)
+        key(name(), Qt::Key_Backspace);
+    EXPECT_TRUE(creator->results.isEmpty());
+}
+
+TEST_F(CreatorEscape, InAnEmptyFieldHidesAndRestoresFocus)
+{
+    open();
+    key(name(), Qt::Key_Tab);
+    key(url(), Qt::Key_Escape);
+    ASSERT_TRUE(creator->isVisible());
+    key(url(), Qt::Key_Escape);
+    EXPECT_FALSE(creator->isVisible());
+    ASSERT_EQ(fakes.focus->activated.size(), 1);
+    EXPECT_EQ(fakes.focus->activated[0].processIdentifier, previousApp);
+}
+
+} // namespace

@@ -1,0 +1,311 @@
+// The launcher driven through its real search field: what each key does in each state.
+
+#include "test_launcher_support.h"
+
+#include "core/FileIndex.h"
+#include "support/TestSupport.h"
+#include "ui/Alert.h"
+#include "ui/LauncherController.h"
+#include "ui/ResultRowView.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace pindle;
+using pindle::test::sendKey;
+using pindle::test::writeWebloc;
+
+namespace {
+
+constexpr std::int64_t previousApp = 777;
+constexpr quint32 xLockMask = 0x2;
+constexpr quint32 xControlMask = 0x4;
+
+class Launcher : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        fakes = platform::fake::installFakePlatform();
+        fakes.focus->frontmost = platform::RunningApplication{.processIdentifier = previousApp};
+        newsPath = writeWebloc(QStringLiteral("News"), QStringLiteral("https://news.example.com/"));
+        writeWebloc(QStringLiteral("Netflix"), QStringLiteral("https://www.netflix.com/"));
+        writeWebloc(QStringLiteral("Nightly Forecast"), QStringLiteral("https://weather.example/"));
+        docsPath = writeWebloc(QStringLiteral("Docs"), QStringLiteral("https://docs.example.com/"));
+        brokenPath = test::shortcutFolder() + QStringLiteral("/Broken.webloc");
+        test::writeFile(brokenPath, QByteArrayLiteral("not a property list"));
+
+        auto *header = new QWidget;
+        launcher = std::make_unique<ui::LauncherController>(header, 58);
+        launcher->buildField(header);
+        launcher->show();
+    }
+
+    void TearDown() override { launcher.reset(); }
+
+    ui::CommandField *field() const { return launcher->textField(); }
+    void type(const QString &text) { QTest::keyClicks(field(), text); }
+    void key(Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    {
+        QTest::keyClick(field(), key, modifiers);
+    }
+    qsizetype activations() const { return fakes.focus->activated.size(); }
+
+    platform::fake::FakePlatform fakes;
+    std::unique_ptr<ui::LauncherController> launcher;
+    QString newsPath;
+    QString docsPath;
+    QString brokenPath;
+};
+
+using LauncherShowing = Launcher;
+using LauncherSearching = Launcher;
+using LauncherOpening = Launcher;
+using LauncherEscape = Launcher;
+using LauncherCopying = Launcher;
+using LauncherDeleting = Launcher;
+
+TEST_F(LauncherShowing, OpensOnTheScannedFolderWithAnEmptyFocusedField)
+{
+    EXPECT_TRUE(launcher->isVisible());
+    EXPECT_EQ(launcher->files.size(), 5);
+    EXPECT_TRUE(field()->text().isEmpty());
+    EXPECT_EQ(field()->placeholderText(), QStringLiteral("Pindle to:"));
+    EXPECT_EQ(field()->font().pixelSize(), 24);
+    EXPECT_TRUE(launcher->results.isEmpty());
+    EXPECT_EQ(launcher->selectedIndex, -1);
+    EXPECT_EQ(launcher->panel()->focusWidget(), field());
+    EXPECT_EQ(fakes.application->activations, 1);
+}
+
+TEST_F(LauncherShowing, RescansTheFolderEachTime)
+{
+    writeWebloc(QStringLiteral("Later"), QStringLiteral("https://later.example/"));
+    key(Qt::Key_Escape);
+    ASSERT_FALSE(launcher->isVisible());
+    launcher->show();
+    EXPECT_EQ(launcher->files.size(), 6);
+}
+
+TEST_F(LauncherSearching, TypingListsMatchesWithTheFirstSelected)
+{
+    type(QStringLiteral("docs"));
+    ASSERT_EQ(launcher->results.size(), 1);
+    EXPECT_EQ(launcher->results[0].file.displayName, QStringLiteral("Docs"));
+    EXPECT_EQ(launcher->selectedIndex, 0);
+    ASSERT_EQ(launcher->rowViews.size(), 1);
+}
+
+TEST_F(LauncherSearching, ShowsAtMostEightRows)
+{
+    for (int i = 0; i < 12; ++i)
+        writeWebloc(QStringLiteral("Site %1").arg(i),
+                    QStringLiteral("https://s%1.example/").arg(i));
+    key(Qt::Key_Escape);
+    launcher->show();
+    type(QStringLiteral("site"));
+    EXPECT_EQ(launcher->results.size(), 8);
+    EXPECT_EQ(launcher->rowViews.size(), 8);
+}
+
+TEST_F(LauncherSearching, BlankQueryShowsNothingAndReturnUpDownChangeNothing)
+{
+    type(QStringLiteral("   "));
+    EXPECT_TRUE(launcher->results.isEmpty());
+    EXPECT_EQ(launcher->selectedIndex, -1);
+    key(Qt::Key_Down);
+    key(Qt::Key_Up);
+    EXPECT_EQ(launcher->selectedIndex, -1);
+    key(Qt::Key_Return);
+    EXPECT_TRUE(fakes.workspace->opened.isEmpty());
+    EXPECT_TRUE(launcher->isVisible());
+    // Up and Down are taken by the list, never by the field's cursor.
+    EXPECT_EQ(field()->text(), QStringLiteral("   "));
+}
+
+TEST_F(LauncherSearching, SelectionStopsAtBothEndsOfTheList)
+{
+    type(QStringLiteral("n"));
+    const qsizetype count = launcher->results.size();
+    ASSERT_GE(count, 3);
+    key(Qt::Key_Up);
+    EXPECT_EQ(launcher->selectedIndex, 0);
+    for (qsizetype i = 0; i < count + 2; ++i)
+        key(Qt::Key_Down);
+    EXPECT_EQ(launcher->selectedIndex, count - 1);
+    EXPECT_TRUE(launcher->rowViews[count - 1]->isSelected());
+    key(Qt::Key_Up);
+    EXPECT_EQ(launcher->selectedIndex, count - 2);
+}
+
+TEST_F(LauncherSearching, MissingFolderShowsItsPathAsNotFound)
+{
+    ASSERT_TRUE(QDir(test::shortcutFolder()).removeRecursively());
+    type(QStringLiteral("ne"));
+    EXPECT_TRUE(launcher->results.isEmpty());
+    EXPECT_EQ(launcher->selectedIndex, -1);
+    EXPECT_TRUE(launcher->rowViews.isEmpty());
+    EXPECT_TRUE(test::visibleLabelTexts(launcher->panel())
+                    .contains(test::shortcutFolder() + QStringLiteral(" not found")));
+}
+
+TEST_F(LauncherSearching, MissingFolderWithAnEmptyQueryShowsNoMessage)
+{
+    ASSERT_TRUE(QDir(test::shortcutFolder()).removeRecursively());
+    type(QStringLiteral("x"));
+    key(Qt::Key_Backspace);
+    for (const QString &text : test::visibleLabelTexts(launcher->panel()))
+        EXPECT_FALSE(text.endsWith(QStringLiteral(" not found"))) << text.toStdString();
+}
+
+TEST_F(LauncherOpening, ReturnOpensTheShortcutFileAndHidesWithoutRestoringFocus)
+{
+    type(QStringLiteral("docs"));
+    key(Qt::Key_Return);
+    ASSERT_EQ(fakes.workspace->opened.size(), 1);
+    EXPECT_EQ(fakes.workspace->opened[0], QUrl::fromLocalFile(docsPath));
+    EXPECT_FALSE(launcher->isVisible());
+    EXPECT_TRUE(field()->text().isEmpty());
+    EXPECT_TRUE(launcher->results.isEmpty());
+    EXPECT_EQ(activations(), 0);
+}
+
+TEST_F(LauncherOpening, ReturnOpensTheRowMovedTo)
+{
+    type(QStringLiteral("n"));
+    ASSERT_GE(launcher->results.size(), 2);
+    const QUrl second = launcher->results[1].file.url;
+    key(Qt::Key_Down);
+    key(Qt::Key_Enter, Qt::KeypadModifier);
+    EXPECT_EQ(fakes.workspace->opened, QList<QUrl>{second});
+}
+
+TEST_F(LauncherOpening, ClickingARowOpensIt)
+{
+    type(QStringLiteral("n"));
+    ASSERT_GE(launcher->rowViews.size(), 2);
+    const QUrl second = launcher->results[1].file.url;
+    QTest::mouseClick(launcher->rowViews[1], Qt::LeftButton);
+    EXPECT_EQ(fakes.workspace->opened, QList<QUrl>{second});
+    EXPECT_FALSE(launcher->isVisible());
+}
+
+TEST_F(LauncherEscape, FirstClearsTheQueryThenHidesAndRestoresFocus)
+{
+    type(QStringLiteral("ne"));
+    ASSERT_FALSE(launcher->results.isEmpty());
+    key(Qt::Key_Escape);
+    EXPECT_TRUE(field()->text().isEmpty());
+    EXPECT_TRUE(launcher->results.isEmpty());
+    EXPECT_TRUE(launcher->isVisible());
+    EXPECT_EQ(activations(), 0);
+
+    key(Qt::Key_Escape);
+    EXPECT_FALSE(launcher->isVisible());
+    ASSERT_EQ(activations(), 1);
+    EXPECT_EQ(fakes.focus->activated[0].processIdentifier, previousApp);
+}
+
+TEST_F(LauncherEscape, HidingForAnyReasonEmptiesTheField)
+{
+    type(QStringLiteral("ne"));
+    launcher->hide(false);
+    EXPECT_TRUE(field()->text().isEmpty());
+    EXPECT_TRUE(launcher->results.isEmpty());
+    EXPECT_EQ(activations(), 0);
+}
+
+TEST_F(LauncherCopying, ControlCAndSuperCCopyTheTargetAndRestoreFocus)
+{
+    for (const Qt::KeyboardModifier modifier : {Qt::ControlModifier, Qt::MetaModifier}) {
+        fakes.pasteboard->text.reset();
+        fakes.focus->activated.clear();
+        launcher->show();
+        type(QStringLiteral("docs"));
+        key(Qt::Key_C, modifier);
+        EXPECT_EQ(fakes.pasteboard->text, QStringLiteral("https://docs.example.com/"));
+        EXPECT_FALSE(launcher->isVisible());
+        EXPECT_TRUE(field()->text().isEmpty());
+        EXPECT_EQ(activations(), 1);
+    }
+    EXPECT_EQ(fakes.pasteboard->clears, 2);
+}
+
+TEST_F(LauncherCopying, ShortcutWithoutReadableTargetCopiesItsPath)
+{
+    type(QStringLiteral("broken"));
+    ASSERT_EQ(launcher->selectedIndex, 0);
+    key(Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(fakes.pasteboard->text, brokenPath);
+}
+
+TEST_F(LauncherCopying, ChordsWithMoreModifiersAreLeftAlone)
+{
+    type(QStringLiteral("docs"));
+    key(Qt::Key_C, Qt::ControlModifier | Qt::ShiftModifier);
+    key(Qt::Key_C, Qt::MetaModifier | Qt::AltModifier);
+    key(Qt::Key_C, Qt::ControlModifier | Qt::AltModifier);
+    sendKey(field(), Qt::Key_C, Qt::ControlModifier, xControlMask | xLockMask,
+            QStringLiteral("\x03"));
+    EXPECT_FALSE(fakes.pasteboard->text.has_value());
+    EXPECT_TRUE(launcher->isVisible());
+    EXPECT_EQ(activations(), 0);
+}
+
+TEST_F(LauncherCopying, ControlCWithTheSameXStateButNoCapsLockCopies)
+{
+    // The other half of the Caps Lock case: the same synthetic path does copy.
+    type(QStringLiteral("docs"));
+    sendKey(field(), Qt::Key_C, Qt::ControlModifier, xControlMask, QStringLiteral("\x03"));
+    EXPECT_EQ(fakes.pasteboard->text, QStringLiteral("https://docs.example.com/"));
+}
+
+TEST_F(LauncherCopying, NothingSelectedMeansNothingCopied)
+{
+    type(QStringLiteral("zzzz"));
+    ASSERT_EQ(launcher->selectedIndex, -1);
+    key(Qt::Key_C, Qt::ControlModifier);
+    EXPECT_FALSE(fakes.pasteboard->text.has_value());
+    EXPECT_TRUE(launcher->isVisible());
+}
+
+TEST_F(LauncherDeleting, DeleteWithoutControlEditsTheQuery)
+{
+    type(QStringLiteral("docs"));
+    key(Qt::Key_Home);
+    key(Qt::Key_Delete);
+    EXPECT_EQ(field()->text(), QStringLiteral("ocs"));
+    EXPECT_FALSE(QApplication::activeModalWidget());
+}
+
+TEST_F(LauncherDeleting, ControlDeleteAsksAndMovesTheSelectedFileToTheTrash)
+{
+    type(QStringLiteral("docs"));
+    ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
+    key(Qt::Key_Delete, Qt::ControlModifier);
+    ASSERT_TRUE(ui::Alert::lastAlert().has_value());
+    EXPECT_EQ(ui::Alert::lastAlert()->messageText, QStringLiteral("Delete \u201cDocs\u201d?"));
+    EXPECT_EQ(field()->text(), QStringLiteral("docs"));
+
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !fakes.workspace->trashed.isEmpty(); }, 2000));
+    EXPECT_EQ(fakes.workspace->trashed, QStringList{docsPath});
+    EXPECT_TRUE(launcher->isVisible());
+    EXPECT_TRUE(launcher->results.isEmpty());
+    EXPECT_EQ(launcher->files.size(), 4);
+    EXPECT_EQ(launcher->panel()->focusWidget(), field());
+}
+
+TEST_F(LauncherDeleting, ControlDeleteWithoutSelectionDoesNotAsk)
+{
+    type(QStringLiteral("zzzz"));
+    key(Qt::Key_Delete, Qt::ControlModifier);
+    EXPECT_FALSE(ui::Alert::lastAlert().has_value());
+}
+
+} // namespace

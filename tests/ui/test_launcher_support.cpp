@@ -1,0 +1,41 @@
+#include "test_launcher_support.h"
+
+#include "support/TestSupport.h"
+
+#include <QApplication>
+
+namespace pindle::test {
+
+QString writeWebloc(const QString &name, const QString &url)
+{
+    const QString path = shortcutFolder() + QLatin1Char('/') + name + QStringLiteral(".webloc");
+    writeFile(path, QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                      "<plist version=\"1.0\"><dict><key>URL</key><string>") +
+                        url.toUtf8() + QByteArrayLiteral("</string></dict></plist>\n"));
+    return path;
+}
+
+QStringList visibleLabelTexts(const QWidget *widget)
+{
+    QStringList texts;
+    for (const QLabel *label : widget->findChildren<QLabel *>()) {
+        if (label->isVisibleTo(widget->window()))
+            texts.append(label->text());
+    }
+    return texts;
+}
+
+void sendKey(QWidget *target, Qt::Key key, Qt::KeyboardModifiers modifiers, quint32 nativeModifiers,
+             const QString &text)
+{
+    // With no application shortcuts, the press follows whatever the override answered.
+    QKeyEvent override(QEvent::ShortcutOverride, key, modifiers, 0, 0, nativeModifiers, text);
+    override.ignore();
+    QApplication::sendEvent(target, &override);
+    QKeyEvent press(QEvent::KeyPress, key, modifiers, 0, 0, nativeModifiers, text);
+    QApplication::sendEvent(target, &press);
+    QKeyEvent release(QEvent::KeyRelease, key, modifiers, 0, 0, nativeModifiers, text);
+    QApplication::sendEvent(target, &release);
+}
+
+} // namespace pindle::test

@@ -1,0 +1,28 @@
+#pragma once
+
+// Shared by the launcher and creator tests: shortcut files in the temporary HOME, the fake
+// desktop services, and key presses carrying an X modifier state.
+
+#include "platform/fake/FakePlatform.h"
+
+#include <QKeyEvent>
+#include <QLabel>
+#include <QString>
+#include <QStringList>
+#include <QWidget>
+
+namespace pindle::test {
+
+// Writes $HOME/conflocal/urls/<name>.webloc pointing at url; returns its path.
+QString writeWebloc(const QString &name, const QString &url);
+
+// Texts of the visible labels under widget, in creation order.
+QStringList visibleLabelTexts(const QWidget *widget);
+
+// One press and release as the X11 backend delivers them, shortcut override first, with the
+// native modifier state QTest::keyClick cannot set.
+// nativeModifiers is the X state mask (0x2 = Caps Lock, 0x4 = Control).
+void sendKey(QWidget *target, Qt::Key key, Qt::KeyboardModifiers modifiers, quint32 nativeModifiers,
+             const QString &text = {});
+
+} // namespace pindle::test
