@@ -1,11 +1,94 @@
 #include "core/FuzzyMatch.h"
 
-// Placeholder until the matcher is written.
-namespace pindle::FuzzyMatch {
+#include "core/MatchKernel.h"
+#include "core/Unicode.h"
 
-std::optional<Result> match(const QString &, const QString &)
+#include <vector>
+
+// The direct path: every character is taken apart with ICU on each call. The search uses
+// prepared names instead and must agree with this exactly.
+namespace pindle::FuzzyMatch {
+namespace {
+
+std::vector<QStringView> characters(QStringView text)
 {
-    return std::nullopt;
+    const std::vector<qsizetype> bounds = Unicode::clusterBoundaries(text);
+    std::vector<QStringView> result;
+    result.reserve(bounds.size() - 1);
+    for (size_t c = 0; c + 1 < bounds.size(); ++c)
+        result.push_back(text.sliced(bounds[c], bounds[c + 1] - bounds[c]));
+    return result;
+}
+
+uint8_t classOf(QStringView character)
+{
+    uint8_t result = 0;
+    if (character.size() == 1 &&
+        detail::separators.find(character[0].unicode()) != std::u16string_view::npos)
+        result |= detail::separatorClass;
+    if (Unicode::isLowercase(character))
+        result |= detail::lowercaseClass;
+    if (Unicode::isUppercase(character))
+        result |= detail::uppercaseClass;
+    if (Unicode::isLetter(character))
+        result |= detail::letterClass;
+    return result;
+}
+
+} // namespace
+
+std::optional<Result> match(const QString &query, const QString &candidate)
+{
+    const QString loweredQuery = Unicode::lowercased(query);
+    const std::vector<QStringView> q = characters(loweredQuery);
+    const auto m = int32_t(q.size());
+    if (m == 0)
+        return std::nullopt;
+    const std::vector<QStringView> c = characters(candidate);
+    const auto n = int32_t(c.size());
+    if (n < m)
+        return std::nullopt;
+    const QString loweredCandidate = Unicode::lowercased(candidate);
+    const std::vector<QStringView> k = characters(loweredCandidate);
+    // Characters are paired with their lowercase by position; when lowercasing merged some,
+    // the pairing is lost and the name is not matched.
+    if (k.size() < c.size())
+        return std::nullopt;
+
+    // Ids local to this call: 1 + the index of the first canonically equivalent query
+    // character, 0 for a candidate character equal to none of them.
+    std::vector<QString> distinct;
+    std::vector<uint32_t> queryIds;
+    for (QStringView character : q) {
+        const QString form = Unicode::decomposed(character);
+        size_t index = 0;
+        while (index < distinct.size() && distinct[index] != form)
+            ++index;
+        if (index == distinct.size())
+            distinct.push_back(form);
+        queryIds.push_back(uint32_t(index + 1));
+    }
+    std::vector<uint32_t> ids(size_t(n), 0);
+    std::vector<uint8_t> flags(static_cast<size_t>(n));
+    uint8_t previousClass = 0;
+    for (int32_t j = 0; j < n; ++j) {
+        const QString form = Unicode::decomposed(k[size_t(j)]);
+        for (size_t index = 0; index < distinct.size(); ++index)
+            if (distinct[index] == form)
+                ids[size_t(j)] = uint32_t(index + 1);
+        const uint8_t currentClass = classOf(c[size_t(j)]);
+        flags[size_t(j)] = detail::positionFlags(j == 0, previousClass, currentClass);
+        previousClass = currentClass;
+    }
+
+    detail::KernelScratch scratch;
+    Result result;
+    const std::optional<detail::KernelOutcome> outcome = detail::runKernel(
+        ids.data(), flags.data(), n, queryIds.data(), m, scratch, &result.positions);
+    if (!outcome)
+        return std::nullopt;
+    result.score = detail::finalScore(outcome->total, n);
+    return result;
 }
 
 } // namespace pindle::FuzzyMatch

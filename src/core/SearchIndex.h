@@ -2,16 +2,56 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringView>
 
+#include <cstdint>
 #include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
 
 namespace pindle::detail {
 
-struct PreparedName;
+// What the search needs of a display name, worked out once. Characters are described by
+// integer ids of their lowercased form (a plain ASCII character is its own code; every other
+// character an interned number, the same for canonically equivalent ones) and a flags byte each
+// (position bonus, letter), in the layout the match kernel reads.
+struct PreparedName
+{
+    QString name;            // the text prepared, to notice a record whose name was changed
+    QByteArray collationKey; // empty when not given; the search then computes it if needed
+    uint64_t mask = 0;       // one bit per class of ids present
+    int32_t count = 0;       // characters of the name
+    bool isMatchable = true; // false when lowercasing merged characters
+    bool isAscii = true;
+    // Plain ASCII names: count lowered bytes, then count flags. Others: count flags.
+    std::unique_ptr<uint8_t[]> bytes;
+    std::unique_ptr<uint32_t[]> ids; // other names only
+
+    const uint8_t *flags() const { return isAscii ? bytes.get() + count : bytes.get(); }
+};
 
 // Analyses a display name once, so that searches need not redo it per key stroke. collationKey
 // is Collation::sortKey(displayName), which the scan has already computed for its sort. May
 // return null; the search then works from the name itself.
-std::shared_ptr<const PreparedName> prepareName(const QString &displayName, QByteArray collationKey);
+std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
+                                                QByteArray collationKey);
+
+// A query analysed for matching against prepared names: its lowercased characters as ids.
+struct PreparedQuery
+{
+    std::vector<uint32_t> ids;
+    uint64_t mask = 0;
+    bool isAscii = true; // every id is a plain ASCII character
+};
+
+PreparedQuery prepareQuery(QStringView query);
+
+// FuzzyMatch::match's score of the name for the query, without positions.
+std::optional<double> score(const PreparedQuery &query, const PreparedName &name);
+
+// The same for one line of UTF-8 text, without keeping anything: lines that cannot match are
+// rejected on their bytes before any analysis.
+std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view line);
 
 } // namespace pindle::detail

@@ -1,0 +1,114 @@
+#include "core/FuzzyMatch.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+using pindle::FuzzyMatch::match;
+
+namespace {
+
+struct Example
+{
+    const char *why;
+    QString query;
+    QString candidate;
+    std::optional<double> score; // nothing: no match
+    QList<qsizetype> positions = {};
+};
+
+QString u(const char16_t *text)
+{
+    return QString::fromUtf16(text);
+}
+
+std::ostream &operator<<(std::ostream &out, const Example &example)
+{
+    return out << example.why;
+}
+
+class MatcherExamples : public testing::TestWithParam<Example>
+{};
+
+TEST_P(MatcherExamples, scoresAndPositions)
+{
+    const Example &example = GetParam();
+    const std::optional<pindle::FuzzyMatch::Result> result =
+        match(example.query, example.candidate);
+    if (!example.score) {
+        EXPECT_FALSE(result.has_value()) << "score " << result->score;
+        return;
+    }
+    ASSERT_TRUE(result.has_value());
+    EXPECT_NEAR(result->score, *example.score, 1e-9);
+    EXPECT_EQ(result->positions, example.positions);
+}
+
+const QString newsFeed = QStringLiteral("NewsFeed");
+
+INSTANTIATE_TEST_SUITE_P(
+    Documented, MatcherExamples,
+    testing::Values(
+        Example{"empty query", {}, newsFeed, {}},
+        Example{"candidate shorter than query", u(u"abc"), u(u"ab"), {}},
+        Example{"start and camel hump", u(u"nf"), newsFeed, 21.1, {0, 4}},
+        Example{"run from a hump", u(u"feed"), newsFeed, 55.6, {4, 5, 6, 7}},
+        Example{"run from the start", u(u"news"), newsFeed, 60.6, {0, 1, 2, 3}},
+        Example{"run across a hump", u(u"newsf"), newsFeed, 85.6, {0, 1, 2, 3, 4}},
+        Example{"after a space", u(u"gm"), u(u"game mode"), 21.55, {0, 5}},
+        Example{"query is lowercased", u(u"GM"), u(u"game mode"), 21.55, {0, 5}},
+        Example{"capitalised candidate", u(u"gm"), u(u"Game Mode"), 21.55, {0, 5}},
+        Example{"both capitalised", u(u"GM"), u(u"Game Mode"), 21.55, {0, 5}},
+        Example{"jump into a word over a letter", u(u"ac"), u(u"abc"), {}},
+        Example{"jumps over letters into words", u(u"nwfd"), newsFeed, {}},
+        Example{"second letter mid-word", u(u"fa"), u(u"foo bar"), {}},
+        Example{"word starts", u(u"fb"), u(u"foo bar"), 22.15, {0, 4}},
+        Example{"first character mid-word", u(u"oo"), u(u"foo bar"), 16.15, {1, 2}},
+        Example{"single mid-word", u(u"b"), u(u"abc"), 0.35, {1}},
+        Example{"no hump from capital to small", u(u"d"), u(u"ABCdef"), -0.8, {3}},
+        Example{"run over the capital step", u(u"cd"), u(u"ABCdef"), 15.7, {2, 3}},
+        Example{"skipping a digit", u(u"ab"), u(u"a1b"), 13.35, {0, 2}},
+        Example{"a jump may not skip a letter", u(u"ab"), u(u"a1a1b"), 0.25, {2, 4}},
+        Example{"boundary jump takes the earliest source", u(u"ab"), u(u"-a-a-b"), 19.7, {1, 5}},
+        Example{"inner jump takes the latest source", u(u"1b"), u(u"*1*1*b"), -0.3, {3, 5}},
+        Example{"best end wins", u(u"aa"), u(u"a a a"), 23.25, {0, 2}},
+        Example{"leftmost of equal ends",
+                u(u"a"),
+                QStringLiteral("xa") + QString(18, u'b') + QStringLiteral("-a"),
+                -0.6,
+                {1}},
+        Example{"emoji with modifier is one character",
+                u(u"l"),
+                u(u"\U0001F44D\U0001F3FD Likes"),
+                9.65,
+                {2}},
+        Example{
+            "canonical equivalence", u(u"cafe\u0301"), u(u"Caf\u00E9 Noir"), 60.55, {0, 1, 2, 3}}));
+
+// Unicode cases beyond the documented ones, worked out from the constants.
+INSTANTIATE_TEST_SUITE_P(
+    Unicode, MatcherExamples,
+    testing::Values(
+        // İ lowercases to i + U+0307: one character that equals no plain i.
+        Example{"dotted capital I is not i", u(u"i"), u(u"\u0130stanbul"), {}},
+        Example{"dotted capital I matches its lowercase",
+                u(u"\u0130s"),
+                u(u"\u0130stanbul"),
+                28.6,
+                {0, 1}},
+        // ß is lowercase, and its uppercase SS never enters the match.
+        Example{"sharp s", u(u"\u00DF"), u(u"Stra\u00DFe"), -1.3, {4}},
+        // ǅ is neither lowercase nor uppercase: no hump before it, none after it.
+        Example{"titlecase digraph makes no hump", u(u"\u01C6"), u(u"a\u01C5"), 0.4, {1}},
+        Example{"decomposed capital after decomposed small is a hump",
+                u(u"\u00E9"),
+                u(u"ae\u0301E\u0301"),
+                8.85,
+                {2}},
+        Example{"tab is not a separator", u(u"b"), u(u"a\tb"), -0.15, {2}},
+        Example{"no-break space is not a separator", u(u"b"), u(u"a\u00A0b"), -0.15, {2}},
+        Example{"digit to capital is no hump", u(u"b"), u(u"1B"), 0.4, {1}},
+        Example{"CR LF is one character", u(u"b"), u(u"\r\nb"), 0.4, {1}},
+        Example{"final sigma stays distinct", u(u"\u03C3"), u(u"\u039F\u03A3"), {}}));
+
+} // namespace
