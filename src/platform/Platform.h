@@ -143,7 +143,11 @@ public:
 
 // ---- This application: activation and its presence in task bars.
 
-enum class ActivationPolicy { regular, accessory };
+enum class ActivationPolicy
+{
+    regular,
+    accessory
+};
 
 class Application
 {

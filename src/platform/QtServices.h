@@ -1,0 +1,50 @@
+#pragma once
+
+// The desktop services Qt provides on any window system: files, icons and the Trash, the
+// clipboard, and screens converted to the bottom-left, y-up coordinates the panels compute in.
+
+#include "platform/Platform.h"
+
+#include <functional>
+
+namespace pindle::platform {
+
+// Moves a file to the user's freedesktop Trash. False when it could not be moved; the file is
+// then where it was (across file systems without a usable trash, Qt refuses rather than copies).
+bool moveFileToTrash(const QString &path);
+
+class QtWorkspace : public Workspace
+{
+public:
+    // beep sounds the window system's bell; Qt Gui alone has none.
+    explicit QtWorkspace(std::function<void()> beep);
+    bool openFile(const QUrl &file) override;
+    QIcon iconForFile(const QString &path) override;
+    bool moveToTrash(const QString &path) override { return moveFileToTrash(path); }
+    void beep() override;
+
+private:
+    std::function<void()> m_beep;
+};
+
+class QtPasteboard : public Pasteboard
+{
+public:
+    std::optional<QString> string() override;
+    void clearContents() override;
+    void setString(const QString &text) override;
+};
+
+// Frames flip about the bottom edge of the primary screen, whose bottom-left corner is the
+// origin, as on the system the panel arithmetic was first written for.
+class QtScreens : public Screens
+{
+public:
+    QList<Screen> screens() override;
+    std::optional<Screen> mainScreen() override;
+    QPointF mouseLocation() override;
+    QRectF toWindowSystem(const QRectF &frame) override;
+    QRectF fromWindowSystem(const QRectF &geometry) override;
+};
+
+} // namespace pindle::platform

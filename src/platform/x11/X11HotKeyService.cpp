@@ -1,0 +1,359 @@
+#include "platform/x11/X11HotKeyService.h"
+
+#include "platform/x11/X11Connection.h"
+
+#include <QCoreApplication>
+
+#include <xcb/xcb_keysyms.h>
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+
+namespace pindle::platform::x11 {
+namespace {
+
+// Carbon modifier bits and the ones a hot key may use here.
+constexpr std::uint32_t cmdKey = 256;
+constexpr std::uint32_t shiftKey = 512;
+constexpr std::uint32_t optionKey = 2048;
+constexpr std::uint32_t controlKey = 4096;
+constexpr std::uint32_t supportedCarbonModifiers = cmdKey | shiftKey | optionKey | controlKey;
+
+constexpr std::uint32_t keysymReturn = 0xff0d;
+constexpr std::uint32_t keysymTab = 0xff09;
+constexpr std::uint32_t keysymNumLock = 0xff7f;
+constexpr std::uint32_t keysymAltL = 0xffe9;
+constexpr std::uint32_t keysymAltR = 0xffea;
+constexpr std::uint32_t keysymSuperL = 0xffeb;
+constexpr std::uint32_t keysymSuperR = 0xffec;
+
+// XKB's NewKeyboardNotify and MapNotify, the two that change which key makes which keysym.
+constexpr std::uint8_t xkbNewKeyboardNotify = 0;
+constexpr std::uint8_t xkbMapNotify = 1;
+
+// The keysym of each macOS virtual key code of the ANSI layout (letters, digits, punctuation,
+// Return, Tab, Space); 0 where the code names no such key. Printable ASCII keysyms equal their
+// characters.
+constexpr std::array<std::uint32_t, 51> keysymsByKeyCode = {
+    'a',  's', 'd', 'f', 'h', 'g', 'z',       'x', 'c',          'v', 0,   'b',  'q', 'w',
+    'e',  'r', 'y', 't', '1', '2', '3',       '4', '6',          '5', '=', '9',  '7', '-',
+    '8',  '0', ']', 'o', 'u', '[', 'i',       'p', keysymReturn, 'l', 'j', '\'', 'k', ';',
+    '\\', ',', '/', 'n', 'm', '.', keysymTab, ' ', '`'};
+
+std::uint32_t keysymForKeyCode(std::uint32_t keyCode)
+{
+    return keyCode < keysymsByKeyCode.size() ? keysymsByKeyCode[keyCode] : 0;
+}
+
+} // namespace
+
+X11HotKeyService::X11HotKeyService()
+{
+    xcb_connection_t *c = connection();
+    if (c == nullptr)
+        return;
+    m_root = rootWindow(c);
+    const char xkbName[] = "XKEYBOARD";
+    xcb_query_extension_reply_t *xkb =
+        xcb_query_extension_reply(c, xcb_query_extension(c, sizeof xkbName - 1, xkbName), nullptr);
+    if (xkb != nullptr && xkb->present != 0)
+        m_xkbEventBase = xkb->first_event;
+    std::free(xkb);
+    QCoreApplication::instance()->installNativeEventFilter(this);
+}
+
+X11HotKeyService::~X11HotKeyService()
+{
+    if (xcb_connection_t *c = connection()) {
+        for (auto &[ref, hotKey] : m_hotKeys)
+            ungrab(c, hotKey);
+        xcb_flush(c);
+    }
+    if (QCoreApplication::instance() != nullptr)
+        QCoreApplication::instance()->removeNativeEventFilter(this);
+    if (m_keySymbols != nullptr)
+        xcb_key_symbols_free(m_keySymbols);
+}
+
+OSStatus X11HotKeyService::installEventHandler(EventHandlerProc handler, void *userData,
+                                               EventHandlerRef *outRef)
+{
+    if (handler == nullptr || outRef == nullptr)
+        return eventInternalErr;
+    const std::uintptr_t ref = m_nextRef++;
+    m_handlers[ref] = {handler, userData};
+    *outRef = reinterpret_cast<EventHandlerRef>(ref);
+    return noErr;
+}
+
+OSStatus X11HotKeyService::removeEventHandler(EventHandlerRef ref)
+{
+    return m_handlers.erase(reinterpret_cast<std::uintptr_t>(ref)) != 0 ? noErr : eventInternalErr;
+}
+
+OSStatus X11HotKeyService::registerEventHotKey(std::uint32_t keyCode, std::uint32_t modifiers,
+                                               EventHotKeyID id, EventHotKeyRef *outRef)
+{
+    if (outRef == nullptr)
+        return eventHotKeyInvalidErr;
+    *outRef = nullptr;
+    xcb_connection_t *c = connection();
+    if (c == nullptr || m_root == XCB_WINDOW_NONE)
+        return eventInternalErr;
+    const std::uint32_t keysym = keysymForKeyCode(keyCode);
+    if (keysym == 0 || (modifiers & ~supportedCarbonModifiers) != 0)
+        return eventHotKeyInvalidErr;
+    for (const auto &[ref, hotKey] : m_hotKeys) {
+        if (hotKey.keysym == keysym && hotKey.carbonModifiers == modifiers)
+            return eventHotKeyExistsErr;
+    }
+
+    HotKey hotKey{.keysym = keysym, .carbonModifiers = modifiers, .id = id, .grabs = {}};
+    if (!grab(c, hotKey))
+        return eventHotKeyExistsErr;
+    const std::uintptr_t ref = m_nextRef++;
+    m_hotKeys.emplace(ref, hotKey);
+    *outRef = reinterpret_cast<EventHotKeyRef>(ref);
+    return noErr;
+}
+
+OSStatus X11HotKeyService::unregisterEventHotKey(EventHotKeyRef ref)
+{
+    const auto found = m_hotKeys.find(reinterpret_cast<std::uintptr_t>(ref));
+    if (found == m_hotKeys.end())
+        return eventHotKeyInvalidErr;
+    if (xcb_connection_t *c = connection()) {
+        ungrab(c, found->second);
+        xcb_flush(c);
+    }
+    m_hotKeys.erase(found);
+    return noErr;
+}
+
+bool X11HotKeyService::nativeEventFilter(const QByteArray &eventType, void *message, qintptr *)
+{
+    if (eventType != "xcb_generic_event_t" || message == nullptr)
+        return false;
+    const auto *event = static_cast<const xcb_generic_event_t *>(message);
+    const std::uint8_t type = event->response_type & ~0x80;
+
+    if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE) {
+        const auto *key = static_cast<const xcb_key_press_event_t *>(message);
+        if (key->event != m_root)
+            return false;
+        const std::uint16_t lockBits =
+            XCB_MOD_MASK_LOCK | m_modifiers.value_or(Modifiers{}).numLock;
+        const std::uint16_t significant = 0xff & ~lockBits;
+        bool isOurs = false;
+        for (auto &[ref, hotKey] : m_hotKeys) {
+            for (const GrabbedKey &grabbed : std::as_const(hotKey.grabs)) {
+                if (grabbed.keycode != key->detail)
+                    continue;
+                if (type == XCB_KEY_RELEASE) {
+                    hotKey.isHeld = false;
+                    isOurs = true;
+                    break;
+                }
+                if ((key->state & significant) != (grabbed.modifiers & significant))
+                    continue;
+                isOurs = true;
+                if (!hotKey.isHeld) {
+                    hotKey.isHeld = true;
+                    deliver(hotKey.id);
+                }
+                break;
+            }
+        }
+        return isOurs;
+    }
+
+    const bool isMappingChange =
+        (type == XCB_MAPPING_NOTIFY &&
+         reinterpret_cast<const xcb_mapping_notify_event_t *>(event)->request !=
+             XCB_MAPPING_POINTER) ||
+        (m_xkbEventBase != 0 && type == m_xkbEventBase &&
+         (reinterpret_cast<const std::uint8_t *>(event)[1] == xkbNewKeyboardNotify ||
+          reinterpret_cast<const std::uint8_t *>(event)[1] == xkbMapNotify));
+    if (isMappingChange)
+        keyboardMappingChanged();
+    // Qt needs mapping changes for its own keyboard handling.
+    return false;
+}
+
+bool X11HotKeyService::grab(xcb_connection_t *c, HotKey &hotKey)
+{
+    hotKey.grabs.clear();
+    const std::optional<std::uint16_t> modifiers = xModifiers(hotKey.carbonModifiers);
+    const QList<xcb_keycode_t> keycodes = keycodesFor(c, hotKey.keysym);
+    if (!modifiers || keycodes.isEmpty())
+        return false;
+
+    const std::uint16_t numLock = modifierBits(c).numLock;
+    QList<std::uint16_t> variants = {0, XCB_MOD_MASK_LOCK};
+    if (numLock != 0)
+        variants << numLock << static_cast<std::uint16_t>(numLock | XCB_MOD_MASK_LOCK);
+
+    // All requests first, then one round trip collects their errors: BadAccess means another
+    // client already grabbed that combination.
+    QList<GrabbedKey> attempted;
+    QList<xcb_void_cookie_t> cookies;
+    for (const xcb_keycode_t keycode : keycodes) {
+        for (const std::uint16_t variant : std::as_const(variants)) {
+            const auto mods = static_cast<std::uint16_t>(*modifiers | variant);
+            cookies << xcb_grab_key_checked(c, 0, m_root, mods, keycode, XCB_GRAB_MODE_ASYNC,
+                                            XCB_GRAB_MODE_ASYNC);
+            attempted << GrabbedKey{keycode, mods};
+        }
+    }
+    bool isGrabbed = true;
+    for (const xcb_void_cookie_t cookie : std::as_const(cookies)) {
+        if (xcb_generic_error_t *error = xcb_request_check(c, cookie)) {
+            isGrabbed = false;
+            std::free(error);
+        }
+    }
+    if (!isGrabbed) {
+        // Undo the variants that did succeed; ungrabbing never touches another client's grab.
+        for (const GrabbedKey &grabbed : std::as_const(attempted))
+            xcb_ungrab_key(c, grabbed.keycode, m_root, grabbed.modifiers);
+        xcb_flush(c);
+        return false;
+    }
+    hotKey.grabs = attempted;
+    return true;
+}
+
+void X11HotKeyService::ungrab(xcb_connection_t *c, HotKey &hotKey)
+{
+    for (const GrabbedKey &grabbed : std::as_const(hotKey.grabs))
+        xcb_ungrab_key(c, grabbed.keycode, m_root, grabbed.modifiers);
+    hotKey.grabs.clear();
+    hotKey.isHeld = false;
+}
+
+std::optional<std::uint16_t> X11HotKeyService::xModifiers(std::uint32_t carbonModifiers)
+{
+    xcb_connection_t *c = connection();
+    if (c == nullptr || (carbonModifiers & ~supportedCarbonModifiers) != 0)
+        return std::nullopt;
+    const Modifiers &bits = modifierBits(c);
+    std::uint16_t result = 0;
+    if ((carbonModifiers & cmdKey) != 0)
+        result |= bits.super;
+    if ((carbonModifiers & shiftKey) != 0)
+        result |= XCB_MOD_MASK_SHIFT;
+    if ((carbonModifiers & optionKey) != 0)
+        result |= bits.alt;
+    if ((carbonModifiers & controlKey) != 0)
+        result |= XCB_MOD_MASK_CONTROL;
+    return result;
+}
+
+QList<xcb_keycode_t> X11HotKeyService::keycodesFor(xcb_connection_t *c, std::uint32_t keysym)
+{
+    if (m_keySymbols == nullptr)
+        m_keySymbols = xcb_key_symbols_alloc(c);
+    QList<xcb_keycode_t> result;
+    if (m_keySymbols == nullptr)
+        return result;
+    xcb_keycode_t *keycodes = xcb_key_symbols_get_keycode(m_keySymbols, keysym);
+    for (const xcb_keycode_t *k = keycodes; k != nullptr && *k != XCB_NO_SYMBOL; ++k) {
+        if (!result.contains(*k))
+            result << *k;
+    }
+    std::free(keycodes);
+    return result;
+}
+
+const X11HotKeyService::Modifiers &X11HotKeyService::modifierBits(xcb_connection_t *c)
+{
+    if (m_modifiers)
+        return *m_modifiers;
+    Modifiers bits{.alt = XCB_MOD_MASK_1, .super = XCB_MOD_MASK_4, .numLock = 0};
+    xcb_get_modifier_mapping_reply_t *mapping =
+        xcb_get_modifier_mapping_reply(c, xcb_get_modifier_mapping(c), nullptr);
+    if (mapping != nullptr) {
+        const xcb_keycode_t *table = xcb_get_modifier_mapping_keycodes(mapping);
+        const int perModifier = mapping->keycodes_per_modifier;
+        // The Mod1..Mod5 bit a key with this keysym sets; 0 when none does.
+        const auto bitOf = [&](std::uint32_t keysym) -> std::uint16_t {
+            const QList<xcb_keycode_t> keycodes = keycodesFor(c, keysym);
+            for (int modifier = 3; modifier < 8; ++modifier) {
+                for (int i = 0; i < perModifier; ++i) {
+                    const xcb_keycode_t keycode = table[modifier * perModifier + i];
+                    if (keycode != 0 && keycodes.contains(keycode))
+                        return static_cast<std::uint16_t>(1u << modifier);
+                }
+            }
+            return 0;
+        };
+        bits.numLock = bitOf(keysymNumLock);
+        if (const std::uint16_t alt = bitOf(keysymAltL) | bitOf(keysymAltR))
+            bits.alt = alt;
+        if (const std::uint16_t super = bitOf(keysymSuperL) | bitOf(keysymSuperR))
+            bits.super = super;
+        std::free(mapping);
+    }
+    m_modifiers = bits;
+    return *m_modifiers;
+}
+
+void X11HotKeyService::keyboardMappingChanged()
+{
+    if (m_keySymbols != nullptr) {
+        xcb_key_symbols_free(m_keySymbols);
+        m_keySymbols = nullptr;
+    }
+    // Several notifications arrive for one change; re-grab once they are all in.
+    if (m_isRegrabPending)
+        return;
+    m_isRegrabPending = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_isRegrabPending = false;
+            regrabAll();
+        },
+        Qt::QueuedConnection);
+}
+
+void X11HotKeyService::regrabAll()
+{
+    xcb_connection_t *c = connection();
+    if (c == nullptr)
+        return;
+    // Ungrab with the old modifier bits before they are looked up again.
+    for (auto &[ref, hotKey] : m_hotKeys)
+        ungrab(c, hotKey);
+    m_modifiers.reset();
+    if (m_keySymbols != nullptr) {
+        xcb_key_symbols_free(m_keySymbols);
+        m_keySymbols = nullptr;
+    }
+    // A combination another client took meanwhile stays inactive until the next change.
+    for (auto &[ref, hotKey] : m_hotKeys)
+        grab(c, hotKey);
+    xcb_flush(c);
+}
+
+void X11HotKeyService::deliver(EventHotKeyID id)
+{
+    // Outside Qt's event processing, so an action may show windows or run a dialog.
+    QMetaObject::invokeMethod(
+        this,
+        [this, id] {
+            const HotKeyEvent event{id};
+            std::vector<std::uintptr_t> refs;
+            for (const auto &[ref, handler] : m_handlers)
+                refs.push_back(ref);
+            for (const std::uintptr_t ref : refs) {
+                const auto found = m_handlers.find(ref);
+                if (found != m_handlers.end())
+                    found->second.proc(nullptr, &event, found->second.userData);
+            }
+        },
+        Qt::QueuedConnection);
+}
+
+} // namespace pindle::platform::x11

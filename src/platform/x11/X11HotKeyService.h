@@ -1,0 +1,86 @@
+#pragma once
+
+// Global hot keys as passive key grabs on the root window. Each combination is grabbed once per
+// variant of the lock modifiers a user may have on (Caps Lock, Num Lock), so the key fires
+// whatever their state; a combination another client holds fails to register.
+
+#include "platform/Platform.h"
+
+#include <QAbstractNativeEventFilter>
+#include <QList>
+#include <QObject>
+
+#include <xcb/xcb.h>
+
+#include <map>
+
+struct _XCBKeySymbols;
+
+namespace pindle::platform::x11 {
+
+class X11HotKeyService final : public QObject,
+                               public HotKeyService,
+                               public QAbstractNativeEventFilter
+{
+public:
+    X11HotKeyService();
+    ~X11HotKeyService() override;
+
+    OSStatus installEventHandler(EventHandlerProc handler, void *userData,
+                                 EventHandlerRef *outRef) override;
+    OSStatus removeEventHandler(EventHandlerRef ref) override;
+    OSStatus registerEventHotKey(std::uint32_t keyCode, std::uint32_t modifiers, EventHotKeyID id,
+                                 EventHotKeyRef *outRef) override;
+    OSStatus unregisterEventHotKey(EventHotKeyRef ref) override;
+
+    bool nativeEventFilter(const QByteArray &eventType, void *message, qintptr *result) override;
+
+private:
+    struct GrabbedKey
+    {
+        xcb_keycode_t keycode = 0;
+        std::uint16_t modifiers = 0;
+    };
+    struct HotKey
+    {
+        std::uint32_t keysym = 0;
+        std::uint32_t carbonModifiers = 0;
+        EventHotKeyID id;
+        // The grabs currently held; empty when the keyboard mapping has no key for the keysym
+        // or another client took the combination before a re-grab.
+        QList<GrabbedKey> grabs;
+        // Between a press and its release, so auto-repeat does not fire the key again.
+        bool isHeld = false;
+    };
+    struct Handler
+    {
+        EventHandlerProc proc = nullptr;
+        void *userData = nullptr;
+    };
+    struct Modifiers
+    {
+        std::uint16_t alt = 0;
+        std::uint16_t super = 0;
+        std::uint16_t numLock = 0;
+    };
+
+    bool grab(xcb_connection_t *c, HotKey &hotKey);
+    void ungrab(xcb_connection_t *c, HotKey &hotKey);
+    std::optional<std::uint16_t> xModifiers(std::uint32_t carbonModifiers);
+    QList<xcb_keycode_t> keycodesFor(xcb_connection_t *c, std::uint32_t keysym);
+    const Modifiers &modifierBits(xcb_connection_t *c);
+    void keyboardMappingChanged();
+    void regrabAll();
+    void deliver(EventHotKeyID id);
+
+    std::map<std::uintptr_t, HotKey> m_hotKeys;
+    std::map<std::uintptr_t, Handler> m_handlers;
+    std::uintptr_t m_nextRef = 1;
+    xcb_window_t m_root = XCB_WINDOW_NONE;
+    _XCBKeySymbols *m_keySymbols = nullptr;
+    std::optional<Modifiers> m_modifiers;
+    std::uint8_t m_xkbEventBase = 0;
+    bool m_isRegrabPending = false;
+};
+
+} // namespace pindle::platform::x11

@@ -1,0 +1,119 @@
+#include "platform/x11/X11Services.h"
+
+#include "platform/QtServices.h"
+#include "platform/x11/X11Connection.h"
+#include "platform/x11/X11FocusService.h"
+#include "platform/x11/X11HotKeyService.h"
+
+#include <QEvent>
+#include <QGuiApplication>
+#include <QPointer>
+#include <QWindow>
+
+#include <cstdlib>
+
+namespace pindle::platform::x11 {
+namespace {
+
+// Asks the window manager to activate a window once it is on screen: a request for a window it
+// does not manage yet is dropped.
+class ActivateWhenExposed final : public QObject
+{
+public:
+    explicit ActivateWhenExposed(QWindow *window) : QObject(window)
+    {
+        window->installEventFilter(this);
+    }
+
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        auto *window = qobject_cast<QWindow *>(watched);
+        if (event->type() == QEvent::Expose && window != nullptr && window->isExposed()) {
+            if (xcb_connection_t *c = connection())
+                requestActivation(c, static_cast<xcb_window_t>(window->winId()));
+            deleteLater();
+        }
+        return false;
+    }
+};
+
+void requestActivationOf(QWindow *window)
+{
+    xcb_connection_t *c = connection();
+    if (c == nullptr || window == nullptr)
+        return;
+    if (window->isExposed())
+        requestActivation(c, static_cast<xcb_window_t>(window->winId()));
+    else if (window->findChild<ActivateWhenExposed *>(QString(), Qt::FindDirectChildrenOnly) ==
+             nullptr)
+        new ActivateWhenExposed(window);
+}
+
+} // namespace
+
+std::expected<void, QString> prepareDisplay()
+{
+    const char *display = std::getenv("DISPLAY");
+    if (display == nullptr || *display == '\0')
+        return std::unexpected(QStringLiteral("cannot open the X display: DISPLAY is not set"));
+    xcb_connection_t *c = xcb_connect(nullptr, nullptr);
+    const int failure = xcb_connection_has_error(c);
+    xcb_disconnect(c);
+    if (failure != 0)
+        return std::unexpected(QStringLiteral("cannot open the X display DISPLAY=%1")
+                                   .arg(QString::fromLocal8Bit(display)));
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    return {};
+}
+
+std::optional<Services> createX11Services(QString *error)
+{
+    xcb_connection_t *c = connection();
+    if (c == nullptr) {
+        if (error != nullptr)
+            *error = QStringLiteral("Qt is not running on X11 (platform \"%1\")")
+                         .arg(QGuiApplication::platformName());
+        return std::nullopt;
+    }
+    Services backend;
+    backend.hotKeys = std::make_unique<X11HotKeyService>();
+    backend.focus = std::make_unique<X11FocusService>();
+    backend.workspace = std::make_unique<QtWorkspace>([] {
+        if (xcb_connection_t *connection = x11::connection()) {
+            xcb_bell(connection, 0);
+            xcb_flush(connection);
+        }
+    });
+    backend.pasteboard = std::make_unique<QtPasteboard>();
+    backend.screens = std::make_unique<QtScreens>();
+    backend.application = std::make_unique<X11Application>();
+    return backend;
+}
+
+void X11Application::activateIgnoringOtherApps()
+{
+    QWindow *window = QGuiApplication::focusWindow();
+    if (window == nullptr) {
+        for (QWindow *candidate : QGuiApplication::topLevelWindows()) {
+            if (candidate->isVisible()) {
+                window = candidate;
+                break;
+            }
+        }
+    }
+    if (window != nullptr && window->isVisible())
+        requestActivationOf(window);
+}
+
+void X11Application::makeKeyAndOrderFront(QWindow *window)
+{
+    if (window == nullptr)
+        return;
+    window->show();
+    window->raise();
+    window->requestActivate();
+    requestActivationOf(window);
+}
+
+} // namespace pindle::platform::x11

@@ -1,0 +1,45 @@
+#pragma once
+
+// The X11 backend: hot keys as key grabs, focus through EWMH, and Qt for the rest.
+//
+//     if (auto ready = pindle::platform::x11::prepareDisplay(); !ready) {
+//         std::fprintf(stderr, "pindle: %s\n", qPrintable(ready.error()));
+//         return 1;
+//     }
+//     QApplication app(argc, argv);
+//     QString error;
+//     auto backend = pindle::platform::x11::createX11Services(&error);
+//     if (!backend) { ...print error, return 1... }
+//     pindle::platform::setServices(std::move(*backend));
+
+#include "platform/Platform.h"
+
+#include <expected>
+
+namespace pindle::platform::x11 {
+
+// Call before constructing the application object: Qt aborts when it cannot reach the display,
+// so check first. Selects Qt's xcb platform unless QT_QPA_PLATFORM says otherwise. On failure,
+// a one-line message naming DISPLAY (without a program name); the caller exits with status 1.
+std::expected<void, QString> prepareDisplay();
+
+// Needs a QGuiApplication running on Qt's xcb platform; otherwise nothing, with the reason in
+// *error. Once the application object is gone the services do nothing, so their destruction
+// order against it does not matter. When the X connection is lost, Qt itself ends the process
+// with exit status 1.
+std::optional<Services> createX11Services(QString *error = nullptr);
+
+class X11Application final : public Application
+{
+public:
+    // Nothing to do: X11 has no dock, and panels keep out of task bars as tool windows.
+    void setActivationPolicy(ActivationPolicy) override {}
+    // Activates the window that has or last had the focus, if it is still shown; a window
+    // about to be shown is activated by makeKeyAndOrderFront.
+    void activateIgnoringOtherApps() override;
+    // Shows, raises and activates the window, and asks the window manager for it too, as a
+    // pager would: Qt's own request may be refused as focus stealing.
+    void makeKeyAndOrderFront(QWindow *window) override;
+};
+
+} // namespace pindle::platform::x11

@@ -1,0 +1,202 @@
+// A small X client for the end-to-end tests of the X11 backend. It reads one command per line
+// on stdin and answers on stdout, one line each; hot-key presses print "fired NAME" whenever
+// they arrive. See platform.sh for the commands in use.
+
+#include "platform/FocusRestore.h"
+#include "platform/HotKeyManager.h"
+#include "platform/x11/X11Connection.h"
+#include "platform/x11/X11Services.h"
+
+#include <QGuiApplication>
+#include <QRasterWindow>
+#include <QSocketNotifier>
+#include <QStringList>
+#include <QTextStream>
+
+#include <xcb/xcb.h>
+#include <xcb/xcb_keysyms.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+using namespace pindle;
+
+namespace {
+
+void say(const QString &line)
+{
+    std::printf("%s\n", qPrintable(line));
+    std::fflush(stdout);
+}
+
+// The X keycodes of the letter keysym, in the current mapping.
+QList<xcb_keycode_t> keycodesOf(xcb_connection_t *c, xcb_keysym_t keysym)
+{
+    QList<xcb_keycode_t> result;
+    xcb_key_symbols_t *symbols = xcb_key_symbols_alloc(c);
+    xcb_keycode_t *codes = xcb_key_symbols_get_keycode(symbols, keysym);
+    for (const xcb_keycode_t *k = codes; k != nullptr && *k != XCB_NO_SYMBOL; ++k)
+        result << *k;
+    std::free(codes);
+    xcb_key_symbols_free(symbols);
+    return result;
+}
+
+// Grabs one exact modifier combination of a letter on the root, as another program might.
+bool grabRaw(xcb_keysym_t keysym, std::uint16_t modifiers)
+{
+    xcb_connection_t *c = platform::x11::connection();
+    bool isGrabbed = true;
+    for (const xcb_keycode_t keycode : keycodesOf(c, keysym)) {
+        xcb_generic_error_t *error = xcb_request_check(
+            c, xcb_grab_key_checked(c, 0, platform::x11::rootWindow(c), modifiers, keycode,
+                                    XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
+        isGrabbed = isGrabbed && error == nullptr;
+        std::free(error);
+    }
+    return isGrabbed;
+}
+
+// Moves a letter to another keycode, leaving its old key without symbols.
+bool remap(xcb_keysym_t keysym, xcb_keycode_t target)
+{
+    xcb_connection_t *c = platform::x11::connection();
+    const xcb_setup_t *setup = xcb_get_setup(c);
+    xcb_get_keyboard_mapping_reply_t *mapping = xcb_get_keyboard_mapping_reply(
+        c,
+        xcb_get_keyboard_mapping(c, setup->min_keycode,
+                                 setup->max_keycode - setup->min_keycode + 1),
+        nullptr);
+    if (mapping == nullptr)
+        return false;
+    const int perKeycode = mapping->keysyms_per_keycode;
+    std::free(mapping);
+    const QList<xcb_keycode_t> old = keycodesOf(c, keysym);
+    QList<xcb_keysym_t> none(perKeycode, XCB_NO_SYMBOL);
+    for (const xcb_keycode_t keycode : old)
+        xcb_change_keyboard_mapping(c, 1, keycode, perKeycode, none.constData());
+    QList<xcb_keysym_t> letter(perKeycode, XCB_NO_SYMBOL);
+    letter[0] = keysym;
+    if (perKeycode > 1)
+        letter[1] = keysym - 0x20; // the capital
+    xcb_void_cookie_t cookie =
+        xcb_change_keyboard_mapping_checked(c, 1, target, perKeycode, letter.constData());
+    xcb_generic_error_t *error = xcb_request_check(c, cookie);
+    std::free(error);
+    return error == nullptr;
+}
+
+class Probe : public QObject
+{
+public:
+    Probe() : m_stdin(STDIN_FILENO, QSocketNotifier::Read)
+    {
+        m_window.resize(200, 120);
+        m_window.setTitle(QStringLiteral("probe-window"));
+        connect(&m_stdin, &QSocketNotifier::activated, this, &Probe::readCommand);
+    }
+
+private:
+    void readCommand()
+    {
+        char buffer[512];
+        if (std::fgets(buffer, sizeof buffer, stdin) == nullptr) {
+            m_stdin.setEnabled(false);
+            QCoreApplication::quit();
+            return;
+        }
+        run(QString::fromLocal8Bit(buffer).trimmed().split(QLatin1Char(' '), Qt::SkipEmptyParts));
+    }
+
+    void run(const QStringList &words)
+    {
+        if (words.isEmpty())
+            return;
+        const QString &command = words.first();
+        const QString arg1 = words.value(1), arg2 = words.value(2), arg3 = words.value(3);
+        platform::Services &services = platform::services();
+        if (command == QLatin1String("register")) {
+            // register KEYCODE MODIFIERS NAME
+            const QString name = arg3;
+            const bool ok = m_hotKeys.registerHotKey(
+                arg1.toUInt(), arg2.toUInt(), [name] { say(QStringLiteral("fired ") + name); });
+            say((ok ? QStringLiteral("registered ") : QStringLiteral("failed ")) + name);
+        } else if (command == QLatin1String("unregister")) {
+            m_hotKeys.unregisterAll();
+            say(QStringLiteral("unregistered"));
+        } else if (command == QLatin1String("grab")) {
+            // grab LETTER XMODIFIERS: a raw grab of one combination, as another client
+            const bool ok =
+                grabRaw(arg1.at(0).toLatin1(), static_cast<std::uint16_t>(arg2.toUInt()));
+            say(ok ? QStringLiteral("grabbed") : QStringLiteral("busy"));
+        } else if (command == QLatin1String("remap")) {
+            // remap LETTER KEYCODE
+            const bool ok = remap(arg1.at(0).toLatin1(), static_cast<xcb_keycode_t>(arg2.toUInt()));
+            say(ok ? QStringLiteral("remapped") : QStringLiteral("remap failed"));
+        } else if (command == QLatin1String("locks")) {
+            xcb_connection_t *c = platform::x11::connection();
+            xcb_query_pointer_reply_t *pointer = xcb_query_pointer_reply(
+                c, xcb_query_pointer(c, platform::x11::rootWindow(c)), nullptr);
+            say(QStringLiteral("locks %1").arg(pointer != nullptr ? pointer->mask : 0));
+            std::free(pointer);
+        } else if (command == QLatin1String("show")) {
+            services.application->makeKeyAndOrderFront(&m_window);
+            say(QStringLiteral("window %1").arg(m_window.winId()));
+        } else if (command == QLatin1String("hide")) {
+            m_window.hide();
+            say(QStringLiteral("hidden"));
+        } else if (command == QLatin1String("capture")) {
+            FocusRestore::capture();
+            say(QStringLiteral("captured"));
+        } else if (command == QLatin1String("restore")) {
+            FocusRestore::restore();
+            say(QStringLiteral("restored"));
+        } else if (command == QLatin1String("frontmost")) {
+            const auto app = services.focus->frontmostApplication();
+            say(app ? QStringLiteral("frontmost %1 %2").arg(app->processIdentifier).arg(app->window)
+                    : QStringLiteral("frontmost none"));
+        } else if (command == QLatin1String("terminated")) {
+            // terminated PID WINDOW
+            const platform::RunningApplication app{arg1.toLongLong(), arg2.toULongLong()};
+            say(services.focus->isTerminated(app) ? QStringLiteral("terminated yes")
+                                                  : QStringLiteral("terminated no"));
+        } else if (command == QLatin1String("pid")) {
+            say(QStringLiteral("pid %1").arg(getpid()));
+        } else if (command == QLatin1String("quit")) {
+            QCoreApplication::quit();
+        } else {
+            say(QStringLiteral("unknown ") + command);
+        }
+    }
+
+    QSocketNotifier m_stdin;
+    QRasterWindow m_window;
+    HotKeyManager m_hotKeys;
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (auto ready = platform::x11::prepareDisplay(); !ready) {
+        std::fprintf(stderr, "platform_probe: %s\n", qPrintable(ready.error()));
+        return 1;
+    }
+    QGuiApplication app(argc, argv);
+    QString error;
+    std::optional<platform::Services> backend = platform::x11::createX11Services(&error);
+    if (!backend) {
+        std::fprintf(stderr, "platform_probe: %s\n", qPrintable(error));
+        return 1;
+    }
+    platform::setServices(std::move(*backend));
+    int status = 0;
+    {
+        Probe probe;
+        say(QStringLiteral("ready"));
+        status = app.exec();
+    }
+    platform::setServices({});
+    return status;
+}

@@ -1,0 +1,174 @@
+#include "platform/QtServices.h"
+
+#include "support/TestSupport.h"
+
+#include <QCursor>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFile>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace pindle;
+using namespace pindle::platform;
+
+namespace {
+
+// Collects the URLs QDesktopServices would have opened.
+class UrlCatcher : public QObject
+{
+    Q_OBJECT
+public:
+    explicit UrlCatcher(const QStringList &schemes) : m_schemes(schemes)
+    {
+        for (const QString &scheme : m_schemes)
+            QDesktopServices::setUrlHandler(scheme, this, "open");
+    }
+    ~UrlCatcher() override
+    {
+        for (const QString &scheme : m_schemes)
+            QDesktopServices::unsetUrlHandler(scheme);
+    }
+    QList<QUrl> opened;
+
+public Q_SLOTS:
+    void open(const QUrl &url) { opened << url; }
+
+private:
+    QStringList m_schemes;
+};
+
+QByteArray webloc(const char *url)
+{
+    return QByteArray(R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0"><dict><key>URL</key><string>)") +
+           url + "</string></dict></plist>\n";
+}
+
+// Runs the rest of the test in an empty working directory, where a misplaced trash would land.
+class WorkingDirectory
+{
+public:
+    WorkingDirectory() { QDir::setCurrent(m_dir.path()); }
+    ~WorkingDirectory() { QDir::setCurrent(m_previous); }
+    bool isEmpty() const
+    {
+        return QDir(m_dir.path()).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
+    }
+
+private:
+    QString m_previous = QDir::currentPath();
+    QTemporaryDir m_dir;
+};
+
+void expectTrashed(const QString &original)
+{
+    const QString trash = test::homePath() + QStringLiteral("/.local/share/Trash");
+    const QString name = QFileInfo(original).fileName();
+    EXPECT_FALSE(QFile::exists(original));
+    EXPECT_TRUE(QFile::exists(trash + QStringLiteral("/files/") + name));
+    EXPECT_TRUE(
+        QFile::exists(trash + QStringLiteral("/info/") + name + QStringLiteral(".trashinfo")));
+}
+
+} // namespace
+
+TEST(Trash, movesAFileIntoTheHomeTrashWhenTheDataDirectoryIsMissing)
+{
+    ASSERT_FALSE(QFile::exists(test::homePath() + QStringLiteral("/.local/share")));
+    const WorkingDirectory cwd;
+    const QString file = test::shortcutFolder() + QStringLiteral("/Docs.webloc");
+    test::writeFile(file, webloc("https://example.org/"));
+
+    EXPECT_TRUE(moveFileToTrash(file));
+    expectTrashed(file);
+    EXPECT_TRUE(cwd.isEmpty());
+}
+
+TEST(Trash, movesAFileIntoAnExistingTrashBesideAnEarlierOne)
+{
+    const WorkingDirectory cwd;
+    const QString folder = test::shortcutFolder();
+    test::writeFile(folder + QStringLiteral("/a.url"), "[InternetShortcut]\nURL=https://a/\n");
+    ASSERT_TRUE(moveFileToTrash(folder + QStringLiteral("/a.url")));
+    test::writeFile(folder + QStringLiteral("/b.url"), "[InternetShortcut]\nURL=https://b/\n");
+    EXPECT_TRUE(moveFileToTrash(folder + QStringLiteral("/b.url")));
+    expectTrashed(folder + QStringLiteral("/b.url"));
+    EXPECT_TRUE(cwd.isEmpty());
+}
+
+TEST(Trash, aMissingFileIsAFailure)
+{
+    EXPECT_FALSE(moveFileToTrash(test::shortcutFolder() + QStringLiteral("/gone.webloc")));
+}
+
+TEST(Workspace, opensAnHttpTargetInTheBrowserAndAnythingElseAsTheFile)
+{
+    const UrlCatcher catcher({QStringLiteral("http"), QStringLiteral("https"),
+                              QStringLiteral("ftp"), QStringLiteral("file")});
+    const QString folder = test::shortcutFolder();
+    test::writeFile(folder + QStringLiteral("/web.webloc"), webloc("HTTPS://example.org/a?b=1"));
+    test::writeFile(folder + QStringLiteral("/ftp.webloc"), webloc("ftp://example.org/pub"));
+    test::writeFile(folder + QStringLiteral("/notes.txt"), "plain");
+    QtWorkspace workspace([] {});
+
+    const QUrl web = QUrl::fromLocalFile(folder + QStringLiteral("/web.webloc"));
+    const QUrl ftp = QUrl::fromLocalFile(folder + QStringLiteral("/ftp.webloc"));
+    const QUrl notes = QUrl::fromLocalFile(folder + QStringLiteral("/notes.txt"));
+    EXPECT_TRUE(workspace.openFile(web));
+    EXPECT_TRUE(workspace.openFile(ftp));
+    EXPECT_TRUE(workspace.openFile(notes));
+    EXPECT_EQ(catcher.opened,
+              (QList<QUrl>{QUrl(QStringLiteral("https://example.org/a?b=1")), ftp, notes}));
+}
+
+TEST(Workspace, everyFileGetsAnIcon)
+{
+    QtWorkspace workspace([] {});
+    const QString folder = test::shortcutFolder();
+    test::writeFile(folder + QStringLiteral("/web.webloc"), webloc("https://example.org/"));
+    EXPECT_FALSE(workspace.iconForFile(folder + QStringLiteral("/web.webloc")).isNull());
+    EXPECT_FALSE(workspace.iconForFile(folder + QStringLiteral("/no such file")).isNull());
+}
+
+TEST(Pasteboard, writesReadsAndClearsPlainText)
+{
+    QtPasteboard pasteboard;
+    pasteboard.setString(QStringLiteral("https://example.org/ü"));
+    EXPECT_EQ(pasteboard.string(), QStringLiteral("https://example.org/ü"));
+    pasteboard.clearContents();
+    EXPECT_EQ(pasteboard.string(), std::nullopt);
+}
+
+TEST(Screens, framesFlipAboutThePrimaryScreensBottomEdge)
+{
+    QtScreens screens;
+    const QRect primary = QGuiApplication::primaryScreen()->geometry();
+    ASSERT_EQ(primary.topLeft(), QPoint(0, 0));
+    const std::optional<Screen> main = screens.mainScreen();
+    ASSERT_TRUE(main);
+    EXPECT_EQ(main->frame, QRectF(0, 0, primary.width(), primary.height()));
+
+    // A window 40 px below the top edge has its bottom edge 40 + 50 up from the top.
+    const QRectF frame = screens.fromWindowSystem(QRectF(10, 40, 100, 50));
+    EXPECT_EQ(frame, QRectF(10, primary.height() - 90, 100, 50));
+    EXPECT_EQ(screens.toWindowSystem(frame), QRectF(10, 40, 100, 50));
+}
+
+TEST(Screens, pointerOnTheTopRowIsInsideItsScreen)
+{
+    QtScreens screens;
+    QCursor::setPos(5, 0);
+    if (QCursor::pos() != QPoint(5, 0))
+        GTEST_SKIP() << "this Qt platform cannot move the pointer";
+    const QPointF mouse = screens.mouseLocation();
+    const QRectF frame = screens.mainScreen()->frame;
+    EXPECT_EQ(mouse.x(), 5);
+    EXPECT_TRUE(mouse.y() >= frame.top() && mouse.y() < frame.bottom()) << mouse.y();
+}
+
+#include "test_qt_services.moc"
