@@ -13,24 +13,26 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <numeric>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
+
+using namespace Qt::StringLiterals;
 
 namespace pindle::FileIndex {
 namespace {
 
 // Shortcut files are shown without these extensions (compared lower-cased).
-bool isStrippedExtension(const QString &extension)
-{
-    return extension == u"webloc" || extension == u"url" || extension == u"inetloc";
-}
+constexpr QLatin1StringView strippedExtensions[] = {"webloc"_L1, "url"_L1, "inetloc"_L1};
 
 QString displayNameOf(const QString &fileName)
 {
-    if (!isStrippedExtension(ShortcutFormat::lowerExtension(fileName)))
-        return fileName;
-    return fileName.first(fileName.lastIndexOf(u'.'));
+    for (QLatin1StringView extension : strippedExtensions) {
+        if (ShortcutFormat::hasExtension(fileName, extension))
+            return fileName.first(fileName.size() - extension.size() - 1);
+    }
+    return fileName;
 }
 
 struct DirectoryCloser
@@ -108,11 +110,16 @@ QList<IndexedFile> scan()
             {QUrl::fromLocalFile(prefix + name), std::move(displayName), std::move(sortKey)});
     }
 
-    std::ranges::stable_sort(listed, std::less<>(), &Listed::sortKey);
+    // Sorting positions rather than the records saves moving URLs and strings around.
+    std::vector<quint32> order(listed.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::ranges::stable_sort(
+        order, [&](quint32 a, quint32 b) { return listed[a].sortKey < listed[b].sortKey; });
 
     QList<IndexedFile> files;
     files.reserve(qsizetype(listed.size()));
-    for (Listed &entry : listed) {
+    for (quint32 index : order) {
+        Listed &entry = listed[index];
         auto prepared = detail::prepareName(entry.displayName, std::move(entry.sortKey));
         files.append({std::move(entry.url), std::move(entry.displayName), std::move(prepared)});
     }

@@ -139,24 +139,31 @@ bool startsWithUrlKey(QStringView line)
 
 } // namespace
 
-QString lowerExtension(QStringView fileName)
+bool hasExtension(QStringView fileName, QLatin1StringView extension)
 {
     const qsizetype dot = fileName.lastIndexOf(u'.');
-    return dot > 0 ? fileName.sliced(dot + 1).toString().toLower() : QString();
+    if (dot <= 0 || fileName.size() - dot - 1 != extension.size())
+        return false;
+    // The extensions asked about are ASCII letters, and no character outside ASCII lower-cases
+    // to an ASCII letter other than "k"; comparing ASCII letters case-blind is exact, and saves
+    // lower-casing a copy of every name.
+    for (qsizetype i = 0; i < extension.size(); ++i) {
+        const char16_t c = fileName[dot + 1 + i].unicode();
+        if (c >= 0x80 || char(c | 0x20) != extension[i])
+            return false;
+    }
+    return true;
 }
 
 std::optional<QByteArray> readFile(const QString &path)
 {
     const QByteArray nativePath = QFile::encodeName(path);
-    struct stat info = {};
-    // Look before opening: opening some devices has effects of its own.
-    if (::stat(nativePath.constData(), &info) != 0 || !isRegularFileOfShortcutSize(info))
-        return std::nullopt;
     int fd = ::open(nativePath.constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
         return std::nullopt;
     const std::unique_ptr<int, FileCloser> closer(&fd);
-    // The name may point at something else by now.
+    // Pipes and devices open without blocking and are turned away here, before any read.
+    struct stat info = {};
     if (::fstat(fd, &info) != 0 || !isRegularFileOfShortcutSize(info))
         return std::nullopt;
 

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
+#include <QLatin1StringView>
 #include <QString>
 #include <QStringView>
 
@@ -14,9 +15,9 @@ namespace pindle::ShortcutFormat {
 // A real shortcut is well under a kilobyte; larger files are refused before they are read.
 inline constexpr qint64 maxFileSize = qint64(1) << 20;
 
-// The lower-cased text after the last "." of a file name; empty when there is none, or when the
-// only "." starts the name.
-QString lowerExtension(QStringView fileName);
+// Whether the text after the last "." of a file name (not counting a "." that starts the name),
+// lower-cased, is `extension`, which is given in lower case.
+bool hasExtension(QStringView fileName, QLatin1StringView extension);
 
 // The whole file, when it is a regular file (symbolic links followed) of at most maxFileSize
 // bytes; nothing otherwise. Never blocks on pipes or devices.

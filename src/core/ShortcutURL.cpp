@@ -6,6 +6,8 @@
 #include <QHash>
 #include <QMimeDatabase>
 
+using namespace Qt::StringLiterals;
+
 namespace pindle::ShortcutURL {
 namespace {
 
@@ -38,11 +40,11 @@ std::optional<QString> iniTarget(const QString &path)
 // No reader falls back on the other: the extension alone decides the format.
 std::optional<QString> shortcutTarget(const QString &path)
 {
-    const QString extension =
-        ShortcutFormat::lowerExtension(QStringView(path).sliced(path.lastIndexOf(u'/') + 1));
-    if (extension == u"webloc" || extension == u"inetloc")
+    const QStringView fileName = QStringView(path).sliced(path.lastIndexOf(u'/') + 1);
+    using ShortcutFormat::hasExtension;
+    if (hasExtension(fileName, "webloc"_L1) || hasExtension(fileName, "inetloc"_L1))
         return plistTarget(path);
-    if (extension == u"url")
+    if (hasExtension(fileName, "url"_L1))
         return iniTarget(path);
     return std::nullopt;
 }
