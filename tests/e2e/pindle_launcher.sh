@@ -1,0 +1,67 @@
+#!/usr/bin/env bash
+# The launcher in the real program: Alt+U over a terminal, typing, Return opening the target,
+# Ctrl-C copying the address and handing the focus back, Ctrl+Delete moving a file to the Trash.
+source "$(dirname "$0")/harness.sh"
+source "$(dirname "$0")/pindle_lib.sh"
+
+e2e_start
+pindle_setup
+pindle_webloc Docs https://docs.example.com/
+pindle_webloc News https://news.example.com/
+pindle_webloc Netflix https://www.netflix.com/
+pindle_webloc "Old Stuff" https://old.example.com/
+
+editor=$(pindle_editor editor)
+pindle_start
+pindle_wait_ready "$editor"
+
+# Open: Return hands the shortcut to the desktop, which opens its http target in the browser.
+pindle_shows alt+u || e2e_fail "Alt+U did not show the launcher"
+pindle_screenshot launcher-empty
+xdotool type --delay 40 ne
+pindle_screenshot launcher-results
+xdotool key BackSpace BackSpace
+xdotool type --delay 40 docs
+# Minimised, the editor comes back only if Pindle asks for it, which opening must not do.
+xdotool windowminimize "$editor"
+xdotool key Return
+e2e_check "Return opens the selected shortcut's address" e2e_wait_for 5 pindle_opened https://docs.example.com/
+e2e_check "Return hides the launcher" e2e_wait_for 5 pindle_has_no_panel
+sleep 0.5
+e2e_check "Return leaves the focus to whatever opens the file" test "$(e2e_active_window)" != "$editor"
+
+# Copy: the editor is minimised while the panel is up, so only Pindle's own focus restore can
+# bring it back (openbox's fallback skips minimised windows).
+xdotool windowactivate "$editor"
+e2e_wait_active "$editor" || e2e_fail "the editor did not come back after the open"
+pindle_shows alt+u || e2e_fail "Alt+U did not show the launcher a second time"
+xdotool type --delay 40 news
+xdotool windowminimize "$editor"
+xdotool key ctrl+c
+e2e_check "Ctrl-C puts the address on the clipboard" e2e_wait_for 5 pindle_clipboard_is https://news.example.com/
+e2e_check "Ctrl-C hides the launcher" e2e_wait_for 5 pindle_has_no_panel
+e2e_check "Ctrl-C gives the editor its focus back" e2e_wait_active "$editor" 5
+xdotool type --delay 20 after-copy
+xdotool key Return
+e2e_check "typing goes to the editor again" e2e_wait_for_line "$E2E_TMP/editor.typed" 'after-copy' 5
+
+# Delete: Ctrl+Delete asks; Return on the sheet picks "Delete"; the file goes to the Trash.
+pindle_shows alt+u || e2e_fail "Alt+U did not show the launcher a third time"
+xdotool type --delay 40 old
+xdotool key ctrl+Delete
+e2e_wait_for 5 test "$(pindle_visible_windows | wc -l)" -ge 2 || e2e_log "note: no separate sheet window seen"
+pindle_screenshot launcher-delete-confirmation
+xdotool key Return
+trashed="$XDG_DATA_HOME/Trash/files/Old Stuff.webloc"
+e2e_check "the confirmed file is in the Trash" e2e_wait_for 5 test -f "$trashed"
+e2e_check "the confirmed file left the folder" test ! -e "$PINDLE_FOLDER/Old Stuff.webloc"
+e2e_check "the launcher stays open after the deletion" pindle_has_panel
+pindle_screenshot launcher-after-delete
+xdotool key Escape Escape
+e2e_check "Escape twice closes the launcher" e2e_wait_for 5 pindle_has_no_panel
+
+kill -TERM "$PINDLE_PID"
+wait "$PINDLE_PID"
+status=$?
+e2e_check "SIGTERM ends pindle with status 0 (was $status)" test "$status" -eq 0
+e2e_finish

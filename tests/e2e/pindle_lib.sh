@@ -1,0 +1,111 @@
+# Shared by the pindle_*.sh end-to-end tests: the real pindle binary under the harness, a folder
+# of shortcuts in the temporary HOME, URL opening caught by a logging xdg-open first on PATH, and
+# screenshots of each panel state for review. Source after harness.sh and e2e_start, with
+# PINDLE_BIN naming the binary; screenshots go to PINDLE_SCREENSHOTS when it is set.
+
+pindle_setup() {
+    export XDG_DATA_HOME="$HOME/.local/share" XDG_CONFIG_HOME="$HOME/.config"
+    export XDG_RUNTIME_DIR="$E2E_TMP/runtime"
+    mkdir -p "$XDG_DATA_HOME" "$XDG_CONFIG_HOME" "$XDG_RUNTIME_DIR" "$E2E_TMP/bin"
+    chmod 700 "$XDG_RUNTIME_DIR"
+    unset BROWSER DEFAULT_BROWSER XDG_CURRENT_DESKTOP DESKTOP_SESSION
+    PINDLE_OPENED="$E2E_TMP/opened.log"
+    : >"$PINDLE_OPENED"
+    cat >"$E2E_TMP/bin/xdg-open" <<EOS
+#!/bin/sh
+printf '%s\n' "\$*" >>"$PINDLE_OPENED"
+EOS
+    chmod +x "$E2E_TMP/bin/xdg-open"
+    export PATH="$E2E_TMP/bin:$PATH"
+    PINDLE_FOLDER="$HOME/conflocal/urls"
+    mkdir -p "$PINDLE_FOLDER"
+    # Qt and fontconfig keep caches for the life of the process; only real errors should fail.
+    export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=0}
+}
+
+# pindle_webloc NAME URL: writes NAME.webloc into the shortcut folder.
+pindle_webloc() {
+    printf '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict><key>URL</key><string>%s</string></dict></plist>\n' \
+        "$2" >"$PINDLE_FOLDER/$1.webloc"
+}
+
+# pindle_editor TITLE: an xterm whose typed lines land in $E2E_TMP/TITLE.typed; prints its
+# window id once it is the active window.
+pindle_editor() {
+    local id
+    e2e_spawn "$1" xterm -title "$1" -e sh -c "exec cat >'$E2E_TMP/$1.typed'"
+    id=$(e2e_window_named "$1" 15) || e2e_fail "xterm $1 did not appear"
+    e2e_wait_active "$id" || e2e_fail "xterm $1 did not become active"
+    echo "$id"
+}
+
+# pindle_start: runs pindle in the background; PINDLE_PID is its pid.
+pindle_start() {
+    e2e_spawn pindle "$PINDLE_BIN"
+    PINDLE_PID=$E2E_PID
+}
+
+# pindle_visible_windows [PID]: the visible windows of pindle (of one process when given).
+pindle_visible_windows() {
+    if [ -n "${1:-}" ]; then
+        xdotool search --onlyvisible --pid "$1" 2>/dev/null
+    else
+        xdotool search --onlyvisible --class '^pindle$' 2>/dev/null
+    fi
+}
+
+pindle_has_panel() { [ -n "$(pindle_visible_windows "$@")" ]; }
+pindle_has_no_panel() { [ -z "$(pindle_visible_windows "$@")" ]; }
+
+# True when the active window belongs to pindle.
+pindle_is_active() {
+    local active
+    active=$(e2e_active_window) && [ -n "$active" ] &&
+        xprop -id "$active" WM_CLASS 2>/dev/null | grep -q '"pindle"'
+}
+
+# pindle_wait_ready EDITOR: waits until Alt+U opens the launcher (the keys are grabbed once the
+# event loop has started), then closes it again with Escape and waits for EDITOR to be active.
+pindle_wait_ready() {
+    local attempt
+    for attempt in $(seq 1 30); do
+        xdotool key alt+u
+        if e2e_wait_for 1 pindle_is_active; then
+            xdotool key Escape
+            e2e_wait_for 5 pindle_has_no_panel || e2e_fail "the launcher did not close on Escape"
+            e2e_wait_active "$1" 5 || e2e_fail "the editor did not get the focus back"
+            return 0
+        fi
+        kill -0 "$PINDLE_PID" 2>/dev/null || e2e_fail "pindle exited: $(cat "$E2E_TMP/pindle.err")"
+    done
+    e2e_fail "Alt+U never opened the launcher"
+}
+
+# pindle_shows KEY: presses the hot key and waits for a pindle window to be active.
+pindle_shows() {
+    xdotool key "$1"
+    e2e_wait_for 5 pindle_is_active
+}
+
+# pindle_screenshot NAME: the whole screen as $PINDLE_SCREENSHOTS/NAME.png.
+pindle_screenshot() {
+    [ -n "${PINDLE_SCREENSHOTS:-}" ] || return 0
+    mkdir -p "$PINDLE_SCREENSHOTS"
+    # Lets the last key stroke's repaint reach the server first.
+    sleep 0.3
+    import -window root "$PINDLE_SCREENSHOTS/$1.png" 2>/dev/null ||
+        e2e_log "note: no screenshot $1"
+}
+
+# pindle_clipboard TEXT: offers TEXT as the clipboard; xclip serves it until replaced.
+pindle_clipboard() {
+    printf '%s' "$1" | xclip -selection clipboard -i >/dev/null 2>&1
+}
+
+pindle_clipboard_is() {
+    [ "$(xclip -selection clipboard -o 2>/dev/null)" = "$1" ]
+}
+
+pindle_opened() {
+    grep -qxF -- "$1" "$PINDLE_OPENED"
+}
