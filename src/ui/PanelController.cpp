@@ -49,6 +49,27 @@ bool compositorRuns()
 
 // NSMouseInRect's unflipped rule: the left and top edges are inside, the right and bottom
 // edges outside.
+// Pressing a modifier on its own is no key equivalent, though the press carries its own flag.
+bool isModifierKey(int key)
+{
+    switch (key) {
+    case Qt::Key_Shift:
+    case Qt::Key_Control:
+    case Qt::Key_Meta:
+    case Qt::Key_Alt:
+    case Qt::Key_AltGr:
+    case Qt::Key_CapsLock:
+    case Qt::Key_NumLock:
+    case Qt::Key_Super_L:
+    case Qt::Key_Super_R:
+    case Qt::Key_Hyper_L:
+    case Qt::Key_Hyper_R:
+        return true;
+    default:
+        return false;
+    }
+}
+
 bool mouseInRect(const QPointF &point, const QRectF &rect)
 {
     return point.x() >= rect.x() && point.x() < rect.x() + rect.width() && point.y() > rect.y() &&
@@ -129,7 +150,8 @@ bool KeyablePanel::eventFilter(QObject *watched, QEvent *event)
     if (receiver != first || receiver->window() != this)
         return false;
     auto *key = static_cast<QKeyEvent *>(event);
-    if (!(key->modifiers() & (Qt::ControlModifier | Qt::MetaModifier)) || !onKeyEquivalent)
+    if (!(key->modifiers() & (Qt::ControlModifier | Qt::MetaModifier)) ||
+        isModifierKey(key->key()) || !onKeyEquivalent)
         return false;
     const CurrentEventScope scope(key);
     if (!onKeyEquivalent(key))
