@@ -1,0 +1,200 @@
+// Times the shortcut folder's scan and the first target() pass over every file (what the
+// creator's URL list costs when it opens), on a folder of 10,000 shortcuts in a temporary home.
+// The page cache is warm: every figure is taken after an untimed first round.
+//
+//   pindle-scan-bench [files] [rounds]
+
+#include "core/FileIndex.h"
+#include "core/ShortcutURL.h"
+
+#include <QByteArray>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+
+#include <plist/plist.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+using namespace pindle;
+
+namespace {
+
+constexpr int defaultFileCount = 10'000;
+constexpr int defaultRounds = 25;
+constexpr double scanBudgetMs = 15;
+constexpr double targetPassBudgetMs = 120;
+
+const char *const words[] = {"Project", "notes", "Café", "weekly", "report", "Trip", "Berlin",
+                             "docs",    "API",   "über", "wiki",   "issue",  "東京", "Review",
+                             "budget",  "2024",  "Plan", "design", "recipe", "Mail"};
+
+QByteArray xmlShortcut(const QByteArray &url)
+{
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD "
+           "PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist "
+           "version=\"1.0\">\n<dict>\n\t<key>URL</key>\n\t<string>" +
+           url + "</string>\n</dict>\n</plist>\n";
+}
+
+QByteArray binaryShortcut(const QByteArray &url)
+{
+    plist_t root = plist_new_dict();
+    plist_dict_set_item(root, "URL", plist_new_string(url.constData()));
+    char *bytes = nullptr;
+    uint32_t length = 0;
+    plist_to_bin(root, &bytes, &length);
+    QByteArray result(bytes, length);
+    plist_to_bin_free(bytes);
+    plist_free(root);
+    return result;
+}
+
+// Shortcut files of all three kinds, most of them XML property lists as browsers write them.
+bool fillFolder(const QString &folder, int count)
+{
+    if (!QDir().mkpath(folder))
+        return false;
+    QRandomGenerator random(42);
+    for (int i = 0; i < count; ++i) {
+        QString name;
+        for (int w = 0, n = 1 + int(random.bounded(4)); w < n; ++w)
+            name += QString::fromUtf8(words[random.bounded(int(std::size(words)))]) + u' ';
+        name += QString::number(i);
+        const QByteArray url = "https://example.org/" + QByteArray::number(i) +
+                               "?q=" + QByteArray::number(random.generate(), 36);
+        const int kind = i % 10;
+        QFile file(folder + u'/' + name +
+                   (kind < 6   ? u".webloc"_qs
+                    : kind < 7 ? u".inetloc"_qs
+                               : u".url"_qs));
+        const QByteArray bytes = kind < 6   ? xmlShortcut(url)
+                                 : kind < 7 ? binaryShortcut(url)
+                                            : "[InternetShortcut]\r\nURL=" + url + "\r\n";
+        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+            return false;
+    }
+    return true;
+}
+
+// What the machine itself charges, for comparison: one listing of the folder, and opening,
+// sizing, reading and closing every file in it, with nothing else done.
+double listingOnlyMs(const QByteArray &folder, std::vector<QByteArray> *names)
+{
+    QElapsedTimer timer;
+    timer.start();
+    DIR *listing = ::opendir(folder.constData());
+    if (listing == nullptr)
+        return 0;
+    while (const dirent *entry = ::readdir(listing)) {
+        if (names != nullptr && entry->d_name[0] != '.')
+            names->push_back(folder + '/' + entry->d_name);
+    }
+    ::closedir(listing);
+    return double(timer.nsecsElapsed()) / 1e6;
+}
+
+double readingOnlyMs(const std::vector<QByteArray> &paths)
+{
+    char buffer[4096];
+    QElapsedTimer timer;
+    timer.start();
+    for (const QByteArray &path : paths) {
+        const int fd = ::open(path.constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        struct stat info = {};
+        if (fd >= 0 && ::fstat(fd, &info) == 0 && ::read(fd, buffer, sizeof buffer) < 0)
+            std::fprintf(stderr, "read failed\n");
+        ::close(fd);
+    }
+    return double(timer.nsecsElapsed()) / 1e6;
+}
+
+struct Timing
+{
+    double median;
+    double best;
+};
+
+Timing summarize(std::vector<double> samples)
+{
+    std::ranges::sort(samples);
+    return {samples[samples.size() / 2], samples.front()};
+}
+
+void report(const char *what, Timing timing, double budget)
+{
+    std::printf("%-28s median %7.2f ms   best %7.2f ms   budget %6.1f ms   %s\n", what,
+                timing.median, timing.best, budget, timing.median <= budget ? "ok" : "OVER");
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const int fileCount = argc > 1 ? std::atoi(argv[1]) : defaultFileCount;
+    const int rounds = argc > 2 ? std::atoi(argv[2]) : defaultRounds;
+    QTemporaryDir home;
+    if (!home.isValid() || fileCount <= 0 || rounds <= 0)
+        return 2;
+    qputenv("HOME", QFile::encodeName(home.path()));
+    if (!fillFolder(FileIndex::directory().toLocalFile(), fileCount)) {
+        std::fprintf(stderr, "could not write the shortcut files\n");
+        return 1;
+    }
+
+    const QByteArray folder = QFile::encodeName(FileIndex::directory().toLocalFile());
+    std::vector<QByteArray> paths;
+    listingOnlyMs(folder, &paths);
+    std::vector<double> scans, targetPasses, subtitlePasses, listings, readings;
+    qsizetype listed = 0, withTarget = 0;
+    for (int round = 0; round <= rounds; ++round) {
+        QElapsedTimer timer;
+        timer.start();
+        const QList<IndexedFile> files = FileIndex::scan();
+        const double scanMs = double(timer.nsecsElapsed()) / 1e6;
+
+        timer.restart();
+        qsizetype found = 0;
+        for (const IndexedFile &file : files)
+            found += ShortcutURL::target(file.url).has_value();
+        const double targetMs = double(timer.nsecsElapsed()) / 1e6;
+
+        timer.restart();
+        for (const IndexedFile &file : files)
+            (void)ShortcutURL::subtitle(file.url);
+        const double subtitleMs = double(timer.nsecsElapsed()) / 1e6;
+
+        const double listingMs = listingOnlyMs(folder, nullptr);
+        const double readingMs = readingOnlyMs(paths);
+
+        if (round == 0) { // warms the page cache and the collator
+            listed = files.size();
+            withTarget = found;
+            continue;
+        }
+        scans.push_back(scanMs);
+        targetPasses.push_back(targetMs);
+        subtitlePasses.push_back(subtitleMs);
+        listings.push_back(listingMs);
+        readings.push_back(readingMs);
+    }
+
+    std::printf("%lld files listed, %lld with a target, %d rounds\n", qlonglong(listed),
+                qlonglong(withTarget), rounds);
+    report("scan()", summarize(scans), scanBudgetMs);
+    report("first target() pass", summarize(targetPasses), targetPassBudgetMs);
+    std::printf("%-28s median %7.2f ms   (served from the cache)\n", "subtitle() pass after it",
+                summarize(subtitlePasses).median);
+    std::printf("%-28s median %7.2f ms\n", "for comparison: listing", summarize(listings).median);
+    std::printf("%-28s median %7.2f ms\n", "  open/fstat/read/close", summarize(readings).median);
+    return listed == fileCount && withTarget == fileCount ? 0 : 1;
+}
