@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # The launcher in the real program: Alt+U over a terminal, typing, Return opening the target,
 # Ctrl-C copying the address and handing the focus back, Ctrl+Delete moving a file to the Trash.
+PINDLE_BIN=${1:?usage: $0 PINDLE_BINARY [SCREENSHOT_DIR]}
+PINDLE_SCREENSHOTS=${2:-}
 source "$(dirname "$0")/harness.sh"
 source "$(dirname "$0")/pindle_lib.sh"
 

@@ -1,7 +1,7 @@
 # Shared by the pindle_*.sh end-to-end tests: the real pindle binary under the harness, a folder
 # of shortcuts in the temporary HOME, URL opening caught by a logging xdg-open first on PATH, and
-# screenshots of each panel state for review. Source after harness.sh and e2e_start, with
-# PINDLE_BIN naming the binary; screenshots go to PINDLE_SCREENSHOTS when it is set.
+# screenshots of each panel state for review. Source after harness.sh; call pindle_setup after
+# e2e_start. PINDLE_BIN names the binary; screenshots go to PINDLE_SCREENSHOTS when it is set.
 
 pindle_setup() {
     export XDG_DATA_HOME="$HOME/.local/share" XDG_CONFIG_HOME="$HOME/.config"

@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# The creator in the real program: Alt+I with a web address on the clipboard, a name, Return
+# writes the .webloc and hands the focus back; with anything else on the clipboard, nothing.
+PINDLE_BIN=${1:?usage: $0 PINDLE_BINARY [SCREENSHOT_DIR]}
+PINDLE_SCREENSHOTS=${2:-}
+source "$(dirname "$0")/harness.sh"
+source "$(dirname "$0")/pindle_lib.sh"
+
+e2e_start
+pindle_setup
+pindle_webloc "Example Article" https://example.com/article
+pindle_webloc "Example Mirror" https://example.com/article
+pindle_webloc Elsewhere https://elsewhere.example/
+
+editor=$(pindle_editor editor)
+pindle_start
+pindle_wait_ready "$editor"
+
+# Not a web address: the key does nothing at all.
+for text in "ftp://files.example.com/" "example.com/page" "   "; do
+    pindle_clipboard "$text"
+    xdotool key alt+i
+    sleep 0.7
+    e2e_check "Alt+I with '$text' on the clipboard shows nothing" pindle_has_no_panel
+    e2e_check "Alt+I with '$text' leaves the editor active" e2e_is_active "$editor"
+done
+
+# A web address, with blanks around it as copied from a terminal.
+pindle_clipboard "  https://example.com/article
+"
+pindle_shows alt+i || e2e_fail "Alt+I did not show the creator"
+pindle_screenshot creator-url-matches
+# Only Pindle's own focus restore can bring a minimised editor back.
+xdotool windowminimize "$editor"
+xdotool type --delay 40 "Ex"
+pindle_screenshot creator-name-matches
+xdotool key BackSpace BackSpace
+xdotool type --delay 40 "Saved Article"
+xdotool key Return
+saved="$PINDLE_FOLDER/Saved Article.webloc"
+e2e_check "Return writes the new shortcut" e2e_wait_for 5 test -f "$saved"
+e2e_check "the shortcut holds the address without the blanks" grep -q '<string>https://example.com/article</string>' "$saved"
+e2e_check "saving hides the creator" e2e_wait_for 5 pindle_has_no_panel
+e2e_check "saving gives the editor its focus back" e2e_wait_active "$editor" 5
+
+# Alt+I twice: the second press closes it again.
+pindle_shows alt+i || e2e_fail "Alt+I did not show the creator a second time"
+xdotool key alt+i
+e2e_check "a second Alt+I hides the creator" e2e_wait_for 5 pindle_has_no_panel
+e2e_check "and gives the editor its focus back" e2e_wait_active "$editor" 5
+
+kill -INT "$PINDLE_PID"
+wait "$PINDLE_PID"
+status=$?
+e2e_check "SIGINT ends pindle with status 0 (was $status)" test "$status" -eq 0
+e2e_finish
