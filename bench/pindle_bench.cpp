@@ -1,0 +1,327 @@
+// Search benchmark.
+//
+//   pindle-bench                          per-key-stroke latency table on generated corpora
+//   pindle-bench --filter QUERY           names on stdin, matches on stdout, best first (as fzy -e)
+//   pindle-bench --keystrokes FILE Q...   type each query into a search over FILE's names
+//   pindle-bench --corpus N               print the generated corpus of N names
+//
+// Timings are of one thread, around the library calls only.
+
+#include "core/Collation.h"
+#include "core/FileIndex.h"
+#include "core/SearchIndex.h"
+
+#include <QFile>
+#include <QString>
+#include <QStringList>
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <random>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+#include <vector>
+
+using namespace pindle;
+
+namespace {
+
+constexpr qsizetype launcherLimit = 8;
+
+// The calling thread's CPU time: the work is single-threaded and never waits, so on an idle
+// machine this is its wall-clock time, and other processes on a busy one don't inflate it.
+struct Clock
+{
+    using time_point = double;
+    static double now()
+    {
+        timespec time{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return double(time.tv_sec) * 1e3 + double(time.tv_nsec) / 1e6;
+    }
+};
+
+double millisecondsSince(Clock::time_point start)
+{
+    return Clock::now() - start;
+}
+
+// Bookmark titles as a browser saves them: site names, article titles, repositories, issues,
+// camel-case names, version numbers and dates; about one in twenty has non-ASCII text (accents
+// precomposed and combining, other scripts, emoji).
+QStringList generatedCorpus(int count)
+{
+    static const char *sites[] = {"GitHub",       "Stack Overflow", "YouTube",
+                                  "Wikipedia",    "Reddit",         "Hacker News",
+                                  "MDN Web Docs", "Medium",         "LWN.net",
+                                  "arXiv",        "Google Docs",    "Notion",
+                                  "Jira",         "Confluence",     "Gmail",
+                                  "The Guardian", "BBC News",       "cppreference.com",
+                                  "Qt Forum",     "Arch Wiki",      "Debian Wiki",
+                                  "npm",          "crates.io",      "PyPI"};
+    static const char *words[] = {
+        "rust",     "book",     "linux",   "kernel",   "news",     "feed",     "mail",
+        "docs",     "api",      "react",   "hooks",    "async",    "await",    "memory",
+        "model",    "release",  "notes",   "guide",    "how",      "to",       "build",
+        "install",  "config",   "server",  "client",   "design",   "pattern",  "review",
+        "weekly",   "report",   "budget",  "travel",   "recipe",   "pasta",    "music",
+        "playlist", "python",   "string",  "format",   "unicode",  "grapheme", "cluster",
+        "search",   "fuzzy",    "finder",  "keyboard", "launcher", "shortcut", "window",
+        "manager",  "desktop",  "session", "backup",   "restore",  "cloud",    "storage",
+        "invoice",  "tax",      "return",  "bank",     "account",  "health",   "sleep",
+        "running",  "training", "plan",    "meeting",  "agenda",   "project",  "roadmap",
+        "issue",    "pull",     "request", "merge",    "branch",   "commit",   "deploy",
+        "docker",   "compose",  "network", "proxy",    "dns",      "firewall", "vpn"};
+    static const char *camel[] = {"NewsFeed",      "GameMode",      "MyProject",   "DevTools",
+                                  "HomeAssistant", "OpenStreetMap", "LibreOffice", "QtCreator",
+                                  "VSCode",        "PostgreSQL",    "TypeScript",  "WebAssembly"};
+    static const char16_t *foreign[] = {u"Caf\u00E9",
+                                        u"Cre\u0300me bru\u0302le\u0301e",
+                                        u"M\u00FCller",
+                                        u"nai\u0308ve",
+                                        u"Stra\u00DFe",
+                                        u"\u0130stanbul",
+                                        u"\u6771\u4EAC",
+                                        u"\u0395\u03BB\u03BB\u03B7\u03BD\u03B9\u03BA\u03AC",
+                                        u"\U0001F44D\U0001F3FD",
+                                        u"\U0001F680 launch",
+                                        u"\u00C9cole",
+                                        u"\u041C\u043E\u0441\u043A\u0432\u0430",
+                                        u"\u01C4ungla"};
+    std::mt19937 random(1234567);
+    auto pick = [&random](const auto &list) {
+        return list[random() % (sizeof(list) / sizeof(list[0]))];
+    };
+    auto latin = [](const char *text) { return QString::fromLatin1(text); };
+    auto title = [&](int wordCount) {
+        QString text;
+        for (int w = 0; w < wordCount; ++w) {
+            QString word = latin(pick(words));
+            if (w == 0 || random() % 4 == 0)
+                word[0] = word[0].toUpper();
+            text += (w ? u" "_qs : QString()) + word;
+        }
+        return text;
+    };
+    QStringList names;
+    names.reserve(count);
+    for (int i = 0; i < count; ++i) {
+        QString name;
+        switch (random() % 8) {
+        case 0:
+            name = latin(pick(sites)) + u" - "_qs + title(2 + int(random() % 4));
+            break;
+        case 1:
+            name = title(3 + int(random() % 5)) + u" | "_qs + latin(pick(sites));
+            break;
+        case 2:
+            name = u"How to "_qs + title(2 + int(random() % 3)) + u" in "_qs + latin(pick(camel)) +
+                   u" - Stack Overflow"_qs;
+            break;
+        case 3:
+            name = latin(pick(words)) + u"-"_qs + latin(pick(words)) + u"/"_qs +
+                   latin(pick(camel)) + u": "_qs + title(3);
+            break;
+        case 4:
+            name = u"Issue #%1 \u00B7 "_qs.arg(random() % 40000) + latin(pick(words)) + u"/"_qs +
+                   latin(pick(words));
+            break;
+        case 5:
+            name = latin(pick(camel)) +
+                   u" %1.%2 Release Notes"_qs.arg(random() % 20).arg(random() % 10);
+            break;
+        case 6:
+            name = title(2 + int(random() % 3)) + u" (%1)"_qs.arg(1990 + random() % 36);
+            break;
+        default:
+            name = latin(pick(camel)) + u"_"_qs + latin(pick(words)) + u"_v"_qs +
+                   QString::number(random() % 100);
+            break;
+        }
+        if (random() % 20 == 0)
+            name = (random() % 2 ? QString::fromUtf16(pick(foreign)) + u" "_qs + name
+                                 : name + u" "_qs + QString::fromUtf16(pick(foreign)));
+        names.push_back(name);
+    }
+    return names;
+}
+
+const QStringList defaultQueries = {
+    u"github"_qs,         u"rust book"_qs, u"news"_qs,          u"mail"_qs,
+    u"stack overflow"_qs, u"nf"_qs,        u"issue 12"_qs,      u"linux kernel"_qs,
+    u"react hooks"_qs,    u"caf\u00E9"_qs, u"docs api"_qs,      u"gh pr"_qs,
+    u"qtcreator"_qs,      u"xyzzy"_qs,     u"release notes"_qs, u"how to build"_qs};
+
+struct Prepared
+{
+    QList<IndexedFile> files;
+    double prepareMs = 0;
+};
+
+// The records as the scan makes them; only prepareName is timed, since the scan computes the
+// collation key for its own sort anyway.
+Prepared prepare(const QStringList &names)
+{
+    std::vector<QByteArray> keys;
+    keys.reserve(size_t(names.size()));
+    for (const QString &name : names)
+        keys.push_back(Collation::sortKey(name));
+    Prepared result;
+    result.files.reserve(names.size());
+    for (qsizetype i = 0; i < names.size(); ++i)
+        result.files.push_back(
+            {QUrl::fromLocalFile(u"/shortcuts/"_qs + QString::number(i)), names[i], nullptr});
+    const Clock::time_point start = Clock::now();
+    for (qsizetype i = 0; i < names.size(); ++i)
+        result.files[i].prepared = detail::prepareName(names[i], std::move(keys[size_t(i)]));
+    result.prepareMs = millisecondsSince(start);
+    return result;
+}
+
+struct Latencies
+{
+    std::vector<double> samples;
+    size_t hits = 0;
+
+    double quantile(double q) const
+    {
+        std::vector<double> sorted = samples;
+        std::sort(sorted.begin(), sorted.end());
+        if (sorted.empty())
+            return 0;
+        return sorted[std::min(sorted.size() - 1, size_t(q * double(sorted.size() - 1) + 0.5))];
+    }
+    double max() const
+    {
+        return samples.empty() ? 0 : *std::max_element(samples.begin(), samples.end());
+    }
+};
+
+// Types the query one character at a time, searching after each.
+void typeQuery(const QList<IndexedFile> &files, const QString &query, Latencies &latencies)
+{
+    for (qsizetype length = 1; length <= query.size(); ++length) {
+        if (length < query.size() && query[length - 1].isHighSurrogate())
+            continue;
+        const QString typed = query.left(length);
+        const Clock::time_point start = Clock::now();
+        const QList<ScoredFile> results = FileIndex::search(typed, files, launcherLimit);
+        latencies.samples.push_back(millisecondsSince(start));
+        latencies.hits += size_t(results.size());
+    }
+}
+
+int runTable()
+{
+    std::printf("%8s %11s %10s %10s %9s %9s\n", "names", "prepare_ms", "keystrokes", "median_ms",
+                "p99_ms", "max_ms");
+    for (const int count : {1000, 10000, 100000}) {
+        const Prepared prepared = prepare(generatedCorpus(count));
+        Latencies latencies;
+        // One untimed round first, so that lazily built state (ICU data) is not counted.
+        Latencies warmup;
+        typeQuery(prepared.files, defaultQueries.front(), warmup);
+        for (const QString &query : defaultQueries)
+            typeQuery(prepared.files, query, latencies);
+        std::printf("%8d %11.2f %10zu %10.3f %9.3f %9.3f\n", count, prepared.prepareMs,
+                    latencies.samples.size(), latencies.quantile(0.5), latencies.quantile(0.99),
+                    latencies.max());
+    }
+    return 0;
+}
+
+int runFilter(const char *queryArgument)
+{
+    std::string input;
+    char buffer[1 << 16];
+    for (ssize_t got; (got = ::read(0, buffer, sizeof buffer)) > 0;)
+        input.append(buffer, size_t(got));
+
+    const detail::PreparedQuery query = detail::prepareQuery(QString::fromLocal8Bit(queryArgument));
+    struct Hit
+    {
+        double score;
+        std::string_view line;
+    };
+    std::vector<Hit> hits;
+    for (size_t begin = 0; begin < input.size();) {
+        size_t end = input.find('\n', begin);
+        if (end == std::string::npos)
+            end = input.size();
+        const std::string_view line(input.data() + begin, end - begin);
+        if (const std::optional<double> score = detail::scoreUtf8(query, line))
+            hits.push_back({*score, line});
+        begin = end + 1;
+    }
+    std::stable_sort(hits.begin(), hits.end(),
+                     [](const Hit &a, const Hit &b) { return a.score > b.score; });
+    std::string output;
+    for (const Hit &hit : hits) {
+        output += hit.line;
+        output += '\n';
+    }
+    for (size_t written = 0; written < output.size();) {
+        const ssize_t put = ::write(1, output.data() + written, output.size() - written);
+        if (put <= 0)
+            return 1;
+        written += size_t(put);
+    }
+    return 0;
+}
+
+int runKeystrokes(const char *namesPath, int queryCount, char **queries)
+{
+    QFile file(QString::fromLocal8Bit(namesPath));
+    if (!file.open(QIODevice::ReadOnly)) {
+        std::fprintf(stderr, "pindle-bench: cannot read %s\n", namesPath);
+        return 1;
+    }
+    QStringList names = QString::fromUtf8(file.readAll()).split(u'\n');
+    if (!names.isEmpty() && names.back().isEmpty())
+        names.pop_back();
+    const Prepared prepared = prepare(names);
+    Latencies warmup;
+    typeQuery(prepared.files, QString::fromLocal8Bit(queries[0]), warmup);
+    Latencies all;
+    for (int q = 0; q < queryCount; ++q) {
+        const QString query = QString::fromLocal8Bit(queries[q]);
+        Latencies one;
+        typeQuery(prepared.files, query, one);
+        std::printf("query=\"%s\" keystrokes=%zu median_ms=%.3f max_ms=%.3f results_last=%zu\n",
+                    queries[q], one.samples.size(), one.quantile(0.5), one.max(),
+                    size_t(FileIndex::search(query, prepared.files, launcherLimit).size()));
+        all.samples.insert(all.samples.end(), one.samples.begin(), one.samples.end());
+    }
+    std::printf("keystrokes=%zu median_ms=%.3f p99_ms=%.3f max_ms=%.3f prepare_ms=%.2f\n",
+                all.samples.size(), all.quantile(0.5), all.quantile(0.99), all.max(),
+                prepared.prepareMs);
+    return 0;
+}
+
+int usage()
+{
+    std::fprintf(stderr, "usage: pindle-bench [--filter QUERY | --keystrokes NAMES_FILE QUERY... | "
+                         "--corpus N]\n");
+    return 2;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc == 1)
+        return runTable();
+    const std::string_view mode = argv[1];
+    if (mode == "--filter" && argc == 3)
+        return runFilter(argv[2]);
+    if (mode == "--keystrokes" && argc >= 4)
+        return runKeystrokes(argv[2], argc - 3, argv + 3);
+    if (mode == "--corpus" && argc == 3) {
+        const QByteArray text = generatedCorpus(std::atoi(argv[2])).join(u'\n').toUtf8() + '\n';
+        std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
+        return 0;
+    }
+    return usage();
+}

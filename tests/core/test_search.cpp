@@ -1,0 +1,341 @@
+#include "core/Collation.h"
+#include "core/FileIndex.h"
+#include "core/FuzzyMatch.h"
+#include "core/SearchIndex.h"
+#include "core/ShortcutURL.h"
+#include "core/Text.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+using namespace pindle;
+
+namespace {
+
+IndexedFile record(const QString &name, qsizetype number)
+{
+    return IndexedFile{QUrl::fromLocalFile(u"/shortcuts/%1/"_qs.arg(number) + name), name};
+}
+
+IndexedFile prepared(const QString &name, qsizetype number)
+{
+    IndexedFile file = record(name, number);
+    file.prepared = detail::prepareName(name, Collation::sortKey(name));
+    return file;
+}
+
+QList<IndexedFile> preparedList(const QStringList &names)
+{
+    QList<IndexedFile> files;
+    for (const QString &name : names)
+        files.push_back(prepared(name, files.size()));
+    return files;
+}
+
+QStringList namesOf(const QList<ScoredFile> &results)
+{
+    QStringList names;
+    for (const ScoredFile &result : results)
+        names.push_back(result.file.displayName);
+    return names;
+}
+
+// What the search must return, computed the slow way: the matcher on every name, then a stable
+// sort by score and name order.
+QList<ScoredFile> plainSearch(const QString &query, const QList<IndexedFile> &files)
+{
+    QList<ScoredFile> hits;
+    for (const IndexedFile &file : files) {
+        if (const auto result = FuzzyMatch::match(Text::trimmedWhitespace(query), file.displayName))
+            hits.push_back({file, result->score, result->positions});
+    }
+    std::stable_sort(hits.begin(), hits.end(), [](const ScoredFile &a, const ScoredFile &b) {
+        if (a.score != b.score)
+            return a.score > b.score;
+        return Collation::compare(a.file.displayName, b.file.displayName) < 0;
+    });
+    return hits;
+}
+
+void expectSameRows(const QList<ScoredFile> &actual, const QList<ScoredFile> &expected)
+{
+    ASSERT_EQ(actual.size(), expected.size());
+    for (qsizetype i = 0; i < actual.size(); ++i) {
+        SCOPED_TRACE(expected[i].file.displayName.toStdString());
+        EXPECT_EQ(actual[i].file.url, expected[i].file.url);
+        EXPECT_EQ(actual[i].score, expected[i].score);
+        EXPECT_EQ(actual[i].positions, expected[i].positions);
+    }
+}
+
+// Bookmark-like names: words in assorted case, camel case, digits, separators, and characters
+// that need more than ASCII (accents both ways, emoji, case-changing letters).
+QStringList generatedNames(int count, unsigned seed)
+{
+    const QStringList words = {u"news"_qs,
+                               u"Feed"_qs,
+                               u"GitHub"_qs,
+                               u"mail"_qs,
+                               u"Doc"_qs,
+                               u"rust"_qs,
+                               u"book"_qs,
+                               u"HTTP"_qs,
+                               u"api"_qs,
+                               u"Map"_qs,
+                               u"notes"_qs,
+                               u"Wiki"_qs,
+                               u"a"_qs,
+                               u"b"_qs,
+                               u"Game"_qs,
+                               u"mode"_qs,
+                               u"Caf\u00E9"_qs,
+                               u"cafe\u0301"_qs,
+                               u"\u0130stanbul"_qs,
+                               u"Stra\u00DFe"_qs,
+                               u"\u01C5ungla"_qs,
+                               u"\U0001F44D\U0001F3FD"_qs,
+                               u"\u039F\u03A3"_qs,
+                               u"\u6771\u4EAC"_qs,
+                               u"NewsFeed"_qs,
+                               u"x"_qs,
+                               u"Git Hub"_qs,
+                               u"\U0001F44D ok"_qs};
+    const QStringList joins = {u" "_qs,  u"-"_qs, u"_"_qs,   u"."_qs,  u"/"_qs,
+                               u": "_qs, u""_qs,  u" - "_qs, u"\t"_qs, u"\u00A0"_qs,
+                               u"#"_qs,  u"1"_qs, u"2024"_qs};
+    std::mt19937 random(seed);
+    QStringList names;
+    for (int i = 0; i < count; ++i) {
+        QString name;
+        const int parts = 1 + int(random() % 5);
+        for (int p = 0; p < parts; ++p) {
+            if (p > 0)
+                name += joins[qsizetype(random() % joins.size())];
+            name += words[qsizetype(random() % words.size())];
+        }
+        names.push_back(name);
+    }
+    // Same names listed twice, so that list order has to break ties.
+    names.push_back(names.front());
+    names.push_back(names.front());
+    return names;
+}
+
+const QStringList corpusQueries = {
+    u"n"_qs,           u"nf"_qs,        u"news"_qs,       u"feed"_qs,   u"gh"_qs,
+    u"git hub"_qs,     u"doc"_qs,       u"a"_qs,          u"ab"_qs,     u"2"_qs,
+    u"20"_qs,          u"m"_qs,         u"map"_qs,        u"wiki"_qs,   u" mail\t"_qs,
+    u"-"_qs,           u"caf\u00E9"_qs, u"CAFE\u0301"_qs, u"i"_qs,      u"\u0130s"_qs,
+    u"stra\u00DFe"_qs, u"\u01C6"_qs,    u"\U0001F44D"_qs, u"\u03C3"_qs, u"\u03C2"_qs,
+    u"\u6771"_qs,      u"gm"_qs,        u"xb"_qs,         u"#1"_qs,     u"rb"_qs};
+
+TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
+{
+    const QStringList names = generatedNames(1500, 7);
+    const QList<IndexedFile> files = preparedList(names);
+    QList<IndexedFile> unprepared;
+    QList<IndexedFile> renamed;
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        unprepared.push_back(record(names[i], i));
+        // Prepared for another name, then renamed: the stale data must not be used.
+        IndexedFile file = prepared(names[(i + 1) % names.size()], i);
+        file.displayName = names[i];
+        file.url = unprepared.back().url;
+        renamed.push_back(file);
+    }
+    for (const QString &query : corpusQueries) {
+        SCOPED_TRACE(query.toStdString());
+        const QList<ScoredFile> expected = plainSearch(query, files);
+        ASSERT_FALSE(expected.isEmpty());
+        expectSameRows(FileIndex::search(query, files, files.size()), expected);
+        expectSameRows(FileIndex::search(query, files, 8),
+                       expected.first(std::min<qsizetype>(8, expected.size())));
+        expectSameRows(FileIndex::search(query, files, 100),
+                       expected.first(std::min<qsizetype>(100, expected.size())));
+        expectSameRows(FileIndex::search(query, unprepared, 8),
+                       expected.first(std::min<qsizetype>(8, expected.size())));
+        expectSameRows(FileIndex::search(query, renamed, 8),
+                       expected.first(std::min<qsizetype>(8, expected.size())));
+    }
+}
+
+TEST(PreparedSearch, scoresUtf8LinesLikeTheMatcher)
+{
+    const QStringList names =
+        generatedNames(800, 11) + QStringList{u"a\r\nb"_qs, u"\u212Aelvin"_qs};
+    for (const QString &query : corpusQueries + QStringList{u"kelvin"_qs, u"ab"_qs}) {
+        const detail::PreparedQuery prepared = detail::prepareQuery(query.trimmed());
+        for (const QString &name : names) {
+            SCOPED_TRACE((query + u" in "_qs + name).toStdString());
+            const auto expected = FuzzyMatch::match(query.trimmed(), name);
+            const auto actual = detail::scoreUtf8(prepared, name.toStdString());
+            ASSERT_EQ(actual.has_value(), expected.has_value());
+            if (actual) {
+                EXPECT_EQ(*actual, expected->score);
+            }
+        }
+    }
+}
+
+TEST(SearchRanking, blankQueriesListNothing)
+{
+    const QList<IndexedFile> files = preparedList({u"Doc"_qs, u" "_qs, u"\t"_qs});
+    EXPECT_TRUE(FileIndex::search(u""_qs, files, 8).isEmpty());
+    EXPECT_TRUE(FileIndex::search(u"  \t "_qs, files, 8).isEmpty());
+    EXPECT_TRUE(FileIndex::search(u"doc"_qs, files, 0).isEmpty());
+}
+
+TEST(SearchRanking, trimsSpacesAndTabsButKeepsLineBreaksAndInnerSpaces)
+{
+    const QList<IndexedFile> files = preparedList({u"Doc 10"_qs, u"Doc10"_qs, u"Doc\n"_qs});
+    expectSameRows(FileIndex::search(u" \tdoc\u00A0 "_qs, files, 8),
+                   FileIndex::search(u"doc"_qs, files, 8));
+    EXPECT_EQ(namesOf(FileIndex::search(u"oc 1"_qs, files, 8)), QStringList{u"Doc 10"_qs});
+    EXPECT_EQ(namesOf(FileIndex::search(u"c\n"_qs, files, 8)), QStringList{u"Doc\n"_qs});
+}
+
+TEST(SearchRanking, equalScoresFollowTheNameOrder)
+{
+    const QList<ScoredFile> docs =
+        FileIndex::search(u"doc"_qs, preparedList({u"Doc 10"_qs, u"Doc 2a"_qs}), 8);
+    EXPECT_EQ(namesOf(docs), (QStringList{u"Doc 2a"_qs, u"Doc 10"_qs}));
+    ASSERT_EQ(docs.size(), 2);
+    EXPECT_NEAR(docs[0].score, 44.7, 1e-9);
+    EXPECT_EQ(docs[0].score, docs[1].score);
+
+    // Letter case does not order names: a plain code-unit order would put B first.
+    const QList<ScoredFile> xs =
+        FileIndex::search(u"x"_qs, preparedList({u"Beta-x"_qs, u"alph-x"_qs}), 8);
+    EXPECT_EQ(namesOf(xs), (QStringList{u"alph-x"_qs, u"Beta-x"_qs}));
+    ASSERT_EQ(xs.size(), 2);
+    EXPECT_NEAR(xs[0].score, 8.2, 1e-9);
+    EXPECT_EQ(xs[0].score, xs[1].score);
+}
+
+TEST(SearchRanking, sameNamesKeepTheirListOrder)
+{
+    QList<IndexedFile> files = {prepared(u"Docs"_qs, 1), prepared(u"Docs"_qs, 2),
+                                record(u"Docs"_qs, 3), prepared(u"Docs"_qs, 4)};
+    const QList<ScoredFile> results = FileIndex::search(u"docs"_qs, files, 8);
+    ASSERT_EQ(results.size(), 4);
+    for (qsizetype i = 0; i < 4; ++i)
+        EXPECT_EQ(results[i].file.url, files[i].url);
+    // Also when the kept rows are cut from a longer ordered list.
+    const QList<ScoredFile> firstTwo = FileIndex::search(u"docs"_qs, files, 2);
+    ASSERT_EQ(firstTwo.size(), 2);
+    EXPECT_EQ(firstTwo[1].file.url, files[1].url);
+}
+
+TEST(SearchRanking, higherScoreBeatsTheNameOrder)
+{
+    const QList<ScoredFile> results =
+        FileIndex::search(u"mail"_qs, preparedList({u"Email"_qs, u"Mail"_qs}), 8);
+    ASSERT_EQ(namesOf(results), (QStringList{u"Mail"_qs, u"Email"_qs}));
+    EXPECT_NEAR(results[0].score, 60.8, 1e-9);
+    EXPECT_NEAR(results[1].score, 48.25, 1e-9);
+    EXPECT_EQ(results[0].positions, (QList<qsizetype>{0, 1, 2, 3}));
+    EXPECT_EQ(results[1].positions, (QList<qsizetype>{1, 2, 3, 4}));
+}
+
+TEST(SearchRanking, keepsTheBestUpToTheLimit)
+{
+    // Twenty hits of distinct scores (a longer name pays more), listed worst first.
+    QStringList names;
+    for (int i = 20; i >= 1; --i)
+        names.push_back(u"Note"_qs + QString(i, u'x'));
+    names.push_back(u"Other"_qs);
+    const QList<IndexedFile> files = preparedList(names);
+    const QList<ScoredFile> best = FileIndex::search(u"note"_qs, files, 8);
+    ASSERT_EQ(best.size(), 8);
+    for (qsizetype i = 0; i < 8; ++i)
+        EXPECT_EQ(best[i].file.displayName, u"Note"_qs + QString(i + 1, u'x'));
+    EXPECT_EQ(FileIndex::search(u"note"_qs, files.first(3), 8).size(), 3);
+}
+
+TEST(SearchRanking, highlightsTheCurrentNameWhenTheRecordWasRenamed)
+{
+    IndexedFile file = prepared(u"Alpha"_qs, 1);
+    file.displayName = u"Beta Alpha"_qs;
+    const QList<ScoredFile> results = FileIndex::search(u"alpha"_qs, {file}, 8);
+    ASSERT_EQ(results.size(), 1);
+    EXPECT_EQ(results[0].positions, (QList<qsizetype>{5, 6, 7, 8, 9}));
+    EXPECT_EQ(FileIndex::search(u"beta"_qs, {file}, 8).size(), 1);
+}
+
+// URL matching over shortcut files written into the shortcut folder.
+class UrlMatching : public testing::Test
+{
+protected:
+    IndexedFile write(const QString &fileName, const QString &target)
+    {
+        const QString path = test::shortcutFolder() + u'/' + fileName;
+        if (fileName.endsWith(u".url"_qs)) {
+            test::writeFile(path, "[InternetShortcut]\r\nURL=" + target.toUtf8() + "\r\n");
+        } else {
+            test::writeFile(path, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                  "<plist version=\"1.0\"><dict><key>URL</key><string>" +
+                                      target.toUtf8() + "</string></dict></plist>\n");
+        }
+        return IndexedFile{QUrl::fromLocalFile(path), fileName.section(u'.', 0, 0)};
+    }
+
+    void TearDown() override { ShortcutURL::clearCaches(); }
+};
+
+TEST_F(UrlMatching, findsExactTargetsOnlyInListOrder)
+{
+    QList<IndexedFile> files = {
+        write(u"Slash.webloc"_qs, u"https://host/a/"_qs),
+        write(u"First.url"_qs, u"https://host/a"_qs),
+        write(u"Plain.webloc"_qs, u"http://host/a"_qs),
+        write(u"Upper.url"_qs, u"HTTPS://HOST/a"_qs),
+        write(u"Second.webloc"_qs, u"https://host/a"_qs),
+    };
+    test::writeFile(test::shortcutFolder() + u"/notes.txt"_qs, "https://host/a");
+    files.push_back(IndexedFile{QUrl::fromLocalFile(test::shortcutFolder() + u"/notes.txt"_qs),
+                                u"notes.txt"_qs});
+
+    const QList<ScoredFile> results = FileIndex::matching(u"https://host/a \r\n"_qs, files, 6);
+    EXPECT_EQ(namesOf(results), (QStringList{u"First"_qs, u"Second"_qs}));
+    for (const ScoredFile &result : results) {
+        EXPECT_EQ(result.score, 0);
+        EXPECT_TRUE(result.positions.isEmpty());
+    }
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/a"_qs, files, 1)),
+              QStringList{u"First"_qs});
+    EXPECT_TRUE(FileIndex::matching(u"https://host/a"_qs, files, 0).isEmpty());
+}
+
+TEST_F(UrlMatching, comparesUpToCanonicalEquivalence)
+{
+    const QList<IndexedFile> files = {write(u"Cafe.webloc"_qs, u"https://host/caf\u00E9"_qs),
+                                      write(u"Plain.url"_qs, u"https://host/cafe"_qs)};
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/cafe\u0301"_qs, files, 6)),
+              QStringList{u"Cafe"_qs});
+}
+
+TEST_F(UrlMatching, readsEveryTargetEvenAfterTheLimit)
+{
+    const QList<IndexedFile> files = {write(u"One.url"_qs, u"https://x/"_qs),
+                                      write(u"Two.url"_qs, u"https://x/"_qs),
+                                      write(u"Three.url"_qs, u"https://x/"_qs)};
+    ASSERT_EQ(FileIndex::matching(u"https://x/"_qs, files, 1).size(), 1);
+    // The last file was read and cached by the call above, so its new content goes unseen.
+    write(u"Three.url"_qs, u"https://y/"_qs);
+    EXPECT_EQ(FileIndex::matching(u"https://x/"_qs, files, 6).size(), 3);
+}
+
+TEST_F(UrlMatching, blankTextReadsNoFile)
+{
+    const QList<IndexedFile> files = {write(u"One.url"_qs, u"https://x/"_qs)};
+    EXPECT_TRUE(FileIndex::matching(u" \n\t"_qs, files, 6).isEmpty());
+    EXPECT_TRUE(FileIndex::matching(QString(), files, 6).isEmpty());
+    // Had the blank calls read the file, this change would be hidden by the cache.
+    write(u"One.url"_qs, u"https://y/"_qs);
+    EXPECT_EQ(FileIndex::matching(u"https://y/"_qs, files, 6).size(), 1);
+}
+
+} // namespace
