@@ -161,6 +161,15 @@ private:
             const platform::RunningApplication app{arg1.toLongLong(), arg2.toULongLong()};
             say(services.focus->isTerminated(app) ? QStringLiteral("terminated yes")
                                                   : QStringLiteral("terminated no"));
+        } else if (command == QLatin1String("set-active")) {
+            // set-active WINDOW: the root property a window manager that exited leaves behind
+            xcb_connection_t *c = platform::x11::connection();
+            const xcb_window_t window = arg1.toUInt();
+            xcb_change_property(c, XCB_PROP_MODE_REPLACE, platform::x11::rootWindow(c),
+                                platform::x11::atom(c, "_NET_ACTIVE_WINDOW"), XCB_ATOM_WINDOW, 32,
+                                1, &window);
+            xcb_flush(c);
+            say(QStringLiteral("set"));
         } else if (command == QLatin1String("pid")) {
             say(QStringLiteral("pid %1").arg(getpid()));
         } else if (command == QLatin1String("quit")) {

@@ -9,6 +9,8 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 namespace pindle::platform::x11 {
 namespace {
@@ -181,31 +183,37 @@ bool X11HotKeyService::nativeEventFilter(const QByteArray &eventType, void *mess
     return false;
 }
 
-bool X11HotKeyService::grab(xcb_connection_t *c, HotKey &hotKey)
+QList<X11HotKeyService::GrabbedKey> X11HotKeyService::wantedGrabs(xcb_connection_t *c,
+                                                                  const HotKey &hotKey)
 {
-    hotKey.grabs.clear();
+    QList<GrabbedKey> wanted;
     const std::optional<std::uint16_t> modifiers = xModifiers(hotKey.carbonModifiers);
-    const QList<xcb_keycode_t> keycodes = keycodesFor(c, hotKey.keysym);
-    if (!modifiers || keycodes.isEmpty())
-        return false;
-
+    if (!modifiers)
+        return wanted;
     const std::uint16_t numLock = modifierBits(c).numLock;
     QList<std::uint16_t> variants = {0, XCB_MOD_MASK_LOCK};
     if (numLock != 0)
         variants << numLock << static_cast<std::uint16_t>(numLock | XCB_MOD_MASK_LOCK);
+    for (const xcb_keycode_t keycode : keycodesFor(c, hotKey.keysym)) {
+        for (const std::uint16_t variant : std::as_const(variants))
+            wanted << GrabbedKey{keycode, static_cast<std::uint16_t>(*modifiers | variant)};
+    }
+    return wanted;
+}
+
+bool X11HotKeyService::grab(xcb_connection_t *c, HotKey &hotKey)
+{
+    hotKey.grabs.clear();
+    const QList<GrabbedKey> wanted = wantedGrabs(c, hotKey);
+    if (wanted.isEmpty())
+        return false;
 
     // All requests first, then one round trip collects their errors: BadAccess means another
     // client already grabbed that combination.
-    QList<GrabbedKey> attempted;
     QList<xcb_void_cookie_t> cookies;
-    for (const xcb_keycode_t keycode : keycodes) {
-        for (const std::uint16_t variant : std::as_const(variants)) {
-            const auto mods = static_cast<std::uint16_t>(*modifiers | variant);
-            cookies << xcb_grab_key_checked(c, 0, m_root, mods, keycode, XCB_GRAB_MODE_ASYNC,
-                                            XCB_GRAB_MODE_ASYNC);
-            attempted << GrabbedKey{keycode, mods};
-        }
-    }
+    for (const GrabbedKey &key : wanted)
+        cookies << xcb_grab_key_checked(c, 0, m_root, key.modifiers, key.keycode,
+                                        XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
     bool isGrabbed = true;
     for (const xcb_void_cookie_t cookie : std::as_const(cookies)) {
         if (xcb_generic_error_t *error = xcb_request_check(c, cookie)) {
@@ -215,12 +223,12 @@ bool X11HotKeyService::grab(xcb_connection_t *c, HotKey &hotKey)
     }
     if (!isGrabbed) {
         // Undo the variants that did succeed; ungrabbing never touches another client's grab.
-        for (const GrabbedKey &grabbed : std::as_const(attempted))
-            xcb_ungrab_key(c, grabbed.keycode, m_root, grabbed.modifiers);
+        for (const GrabbedKey &key : wanted)
+            xcb_ungrab_key(c, key.keycode, m_root, key.modifiers);
         xcb_flush(c);
         return false;
     }
-    hotKey.grabs = attempted;
+    hotKey.grabs = wanted;
     return true;
 }
 
@@ -323,17 +331,23 @@ void X11HotKeyService::regrabAll()
     xcb_connection_t *c = connection();
     if (c == nullptr)
         return;
-    // Ungrab with the old modifier bits before they are looked up again.
-    for (auto &[ref, hotKey] : m_hotKeys)
-        ungrab(c, hotKey);
     m_modifiers.reset();
     if (m_keySymbols != nullptr) {
         xcb_key_symbols_free(m_keySymbols);
         m_keySymbols = nullptr;
     }
+    // Most notifications leave our keys where they were: touching those grabs would drop a
+    // press that arrives in between.
+    std::vector<HotKey *> moved;
+    for (auto &[ref, hotKey] : m_hotKeys) {
+        if (wantedGrabs(c, hotKey) != hotKey.grabs)
+            moved.push_back(&hotKey);
+    }
+    for (HotKey *hotKey : moved)
+        ungrab(c, *hotKey);
     // A combination another client took meanwhile stays inactive until the next change.
-    for (auto &[ref, hotKey] : m_hotKeys)
-        grab(c, hotKey);
+    for (HotKey *hotKey : moved)
+        grab(c, *hotKey);
     xcb_flush(c);
 }
 

@@ -40,6 +40,7 @@ private:
     {
         xcb_keycode_t keycode = 0;
         std::uint16_t modifiers = 0;
+        bool operator==(const GrabbedKey &) const = default;
     };
     struct HotKey
     {
@@ -64,6 +65,8 @@ private:
         std::uint16_t numLock = 0;
     };
 
+    // Every lock-key variant of the combination on every key that makes its keysym now.
+    QList<GrabbedKey> wantedGrabs(xcb_connection_t *c, const HotKey &hotKey);
     bool grab(xcb_connection_t *c, HotKey &hotKey);
     void ungrab(xcb_connection_t *c, HotKey &hotKey);
     std::optional<std::uint16_t> xModifiers(std::uint32_t carbonModifiers);
