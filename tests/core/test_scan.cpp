@@ -4,7 +4,6 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
-#include <QMap>
 
 #include <gtest/gtest.h>
 
@@ -19,80 +18,51 @@ QString inFolder(const QString &name)
     return test::shortcutFolder() + u'/' + name;
 }
 
-void writeEmptyFiles(const QStringList &names)
-{
-    for (const QString &name : names)
-        test::writeFile(inFolder(name), {});
-}
-
-QStringList displayNames(const QList<IndexedFile> &files)
+QStringList scannedNames(QString (*nameOf)(const IndexedFile &))
 {
     QStringList names;
-    for (const IndexedFile &file : files)
-        names.append(file.displayName);
+    for (const IndexedFile &file : FileIndex::scan())
+        names.append(nameOf(file));
     return names;
 }
 
-TEST(ScanListing, StripsOnlyShortcutExtensionsWhateverTheirCase)
+QString displayName(const IndexedFile &file)
 {
-    const QStringList names = {u"Example.WEBLOC"_qs, u"Trip.Plans.Url"_qs, u"Go.inetloc"_qs,
-                               u"readme.txt"_qs,     u"archive"_qs,        u"dots."_qs,
-                               u"webloc"_qs};
-    writeEmptyFiles(names);
-
-    QMap<QString, QString> displayNameByFile;
-    for (const IndexedFile &file : FileIndex::scan()) {
-        EXPECT_EQ(file.url, QUrl::fromLocalFile(inFolder(file.url.fileName())));
-        displayNameByFile.insert(file.url.fileName(), file.displayName);
-    }
-    const QMap<QString, QString> expected = {
-        {u"Example.WEBLOC"_qs, u"Example"_qs}, {u"Trip.Plans.Url"_qs, u"Trip.Plans"_qs},
-        {u"Go.inetloc"_qs, u"Go"_qs},          {u"readme.txt"_qs, u"readme.txt"_qs},
-        {u"archive"_qs, u"archive"_qs},        {u"dots."_qs, u"dots."_qs},
-        {u"webloc"_qs, u"webloc"_qs}};
-    EXPECT_EQ(displayNameByFile, expected);
+    return file.displayName;
 }
 
-TEST(ScanListing, ListsVisibleRegularFilesDirectlyInTheFolderAndLinksToThem)
+TEST(ScanListing, ListsVisibleRegularFilesAndLinksToThemUnderTheirDisplayNames)
 {
-    writeEmptyFiles({u"plain.webloc"_qs, u".hidden.webloc"_qs, u"work.webloc/inner.webloc"_qs,
-                     u"# odd ?name%.url"_qs});
-    ASSERT_TRUE(QFile::link(inFolder(u"plain.webloc"_qs), inFolder(u"link.webloc"_qs)));
-    ASSERT_TRUE(QFile::link(inFolder(u"work.webloc"_qs), inFolder(u"folderlink.webloc"_qs)));
+    for (const char *name :
+         {"Example.WEBLOC", "Trip.Plans.Url", "Go.inetloc", "readme.txt", "archive", "dots.",
+          ".hidden.webloc", "work.webloc/inner.url", "#1 ?odd%.url"})
+        test::writeFile(inFolder(QString::fromUtf8(name)), {});
+    ASSERT_TRUE(QFile::link(inFolder(u"readme.txt"_qs), inFolder(u"link.webloc"_qs)));
+    ASSERT_TRUE(QFile::link(inFolder(u"work.webloc"_qs), inFolder(u"folder.webloc"_qs)));
 
-    const QList<IndexedFile> files = FileIndex::scan();
-    EXPECT_EQ(displayNames(files), QStringList({u"# odd ?name%"_qs, u"link"_qs, u"plain"_qs}));
-    ASSERT_FALSE(files.isEmpty());
-    EXPECT_EQ(files.first().url.toLocalFile(), inFolder(u"# odd ?name%.url"_qs));
+    EXPECT_EQ(scannedNames(displayName),
+              QStringList({u"#1 ?odd%"_qs, u"archive"_qs, u"dots."_qs, u"Example"_qs, u"Go"_qs,
+                           u"link"_qs, u"readme.txt"_qs, u"Trip.Plans"_qs}));
+    EXPECT_EQ(FileIndex::scan().first().url, QUrl::fromLocalFile(inFolder(u"#1 ?odd%.url"_qs)));
 }
 
-// CTest runs every case in a process of its own, so the collator is built under this locale.
-TEST(ScanOrder, FollowsTheFileBrowserEvenInTheCLocale)
+// CTest runs every case in a process of its own, so the collator is made under this locale.
+TEST(ScanOrder, FollowsTheFileBrowserInTheCLocaleAndKeepsEqualNamesInListingOrder)
 {
     setenv("LC_ALL", "C", 1);
-    writeEmptyFiles({u"item 10.webloc"_qs, u"Banana.url"_qs, u"item 2.webloc"_qs, u"apple.txt"_qs,
-                     u"Item 3.inetloc"_qs, u"item 02b.webloc"_qs});
-    EXPECT_EQ(displayNames(FileIndex::scan()),
-              QStringList({u"apple.txt"_qs, u"Banana"_qs, u"item 2"_qs, u"item 02b"_qs,
-                           u"Item 3"_qs, u"item 10"_qs}));
-}
-
-TEST(ScanOrder, KeepsTheListingOrderOfNamesThatCompareEqual)
-{
-    const QStringList names = {u"Docs.webloc"_qs, u"docs.url"_qs, u"DOCS.inetloc"_qs,
-                               u"Docs.Url"_qs,    u"a.txt"_qs,    u"z.txt"_qs};
-    writeEmptyFiles(names);
-    QStringList listingOrder;
+    for (const char *name : {"item 10.webloc", "Banana.url", "item 2.webloc", "apple.txt",
+                             "Docs.webloc", "docs.url", "DOCS.inetloc", "Docs.URL"})
+        test::writeFile(inFolder(QString::fromUtf8(name)), {});
+    QStringList docsInListingOrder;
     for (QDirIterator it(test::shortcutFolder(), QDir::Files); it.hasNext();) {
-        const QString name = it.nextFileInfo().fileName();
-        if (name.startsWith(u"docs", Qt::CaseInsensitive))
-            listingOrder.append(name);
+        if (const QString name = it.nextFileInfo().fileName();
+            name.startsWith(u"docs"_qs, Qt::CaseInsensitive))
+            docsInListingOrder.append(name);
     }
 
-    QStringList scanned;
-    for (const IndexedFile &file : FileIndex::scan())
-        scanned.append(file.url.fileName());
-    EXPECT_EQ(scanned, QStringList() << u"a.txt"_qs << listingOrder << u"z.txt"_qs);
+    EXPECT_EQ(scannedNames([](const IndexedFile &file) { return file.url.fileName(); }),
+              QStringList() << u"apple.txt"_qs << u"Banana.url"_qs << docsInListingOrder
+                            << u"item 2.webloc"_qs << u"item 10.webloc"_qs);
 }
 
 TEST(ScanFolder, TellsAMissingFolderFromAnEmptyOne)
