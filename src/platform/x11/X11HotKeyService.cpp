@@ -154,16 +154,19 @@ bool X11HotKeyService::nativeEventFilter(const QByteArray &eventType, void *mess
                     continue;
                 if (type == XCB_KEY_RELEASE) {
                     hotKey.isHeld = false;
+                    hotKey.releaseTime = key->time;
                     isOurs = true;
                     break;
                 }
                 if ((key->state & significant) != (grabbed.modifiers & significant))
                     continue;
                 isOurs = true;
-                if (!hotKey.isHeld) {
-                    hotKey.isHeld = true;
+                // Auto-repeat is a run of presses (detectable auto-repeat) or of releases
+                // each followed by a press with the same time stamp.
+                const bool isRepeat = hotKey.isHeld || key->time == hotKey.releaseTime;
+                hotKey.isHeld = true;
+                if (!isRepeat)
                     deliver(hotKey.id);
-                }
                 break;
             }
         }

@@ -52,6 +52,7 @@ private:
         QList<GrabbedKey> grabs;
         // Between a press and its release, so auto-repeat does not fire the key again.
         bool isHeld = false;
+        xcb_timestamp_t releaseTime = XCB_CURRENT_TIME;
     };
     struct Handler
     {
