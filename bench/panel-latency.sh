@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Pindle as a user feels it, under Xvfb + openbox with a Release build and 10,000 shortcut files:
+#   - Alt+U until the launcher is painted on screen (the folder is scanned on every showing),
+#   - Alt+I until the creator is painted with its list of shortcuts for the copied address,
+#   - resident memory once idle with the folder scanned.
+# The key presses are real XTEST key events; "painted" means a pixel of the panel read back from
+# the X server. The first showing is reported apart (cold); the rest give the warm figures.
+#
+#     bench/panel-latency.sh [RUNS]      (default 30 per panel)
+set -euo pipefail
+source "$(dirname "$0")/../scripts/lib/common.sh"
+runs=${1:-30}
+build="$pindle_root/build/release"
+
+pindle_ensure_packages "${PINDLE_PACKAGES[@]}"
+pindle_build "$build" -DCMAKE_BUILD_TYPE=Release -DPINDLE_BUILD_TESTS=OFF -DPINDLE_BUILD_BENCH=OFF
+probe="$build/bench/panel_latency_probe"
+source_file="$pindle_root/bench/panel_latency_probe.cpp"
+if [ ! -x "$probe" ] || [ "$source_file" -nt "$probe" ]; then
+    mkdir -p "$(dirname "$probe")"
+    # shellcheck disable=SC2046
+    g++ -std=c++20 -O2 -o "$probe" "$source_file" $(pkg-config --cflags --libs xcb xcb-keysyms)
+fi
+
+source "$pindle_root/tests/e2e/harness.sh"
+e2e_start
+source "$pindle_root/tests/e2e/pindle_lib.sh"
+pindle_setup
+PINDLE_BIN="$build/src/app/pindle"
+
+# 10,000 shortcuts with varied names; three share the address the creator is opened with.
+words=(alpha budget cloud docs editor forum gallery health issues journal kernel library
+    market news office photos quarterly recipes search travel update video weather xkcd)
+shared=https://example.com/shared/page
+for ((i = 0; i < 10000; i++)); do
+    name="${words[i % 24]} ${words[(i / 24) % 24]} $i"
+    url="https://site$i.example.org/${words[(i / 7) % 24]}"
+    [ "$i" -lt 3 ] && url=$shared
+    printf '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict><key>URL</key><string>%s</string></dict></plist>\n' \
+        "$url" >"$PINDLE_FOLDER/$name.webloc"
+done
+
+pindle_start
+# Ready once Alt+U opens the launcher; no window is needed to take the focus from.
+for attempt in $(seq 1 60); do
+    xdotool key alt+u
+    e2e_wait_for 1 pindle_is_active && break
+done
+pindle_is_active || e2e_fail "Alt+U never opened the launcher"
+xdotool key Escape
+e2e_wait_for 5 pindle_has_no_panel || e2e_fail "the launcher did not close"
+sleep 0.5
+
+# The panels are 660 wide, centred on the 1280x800 screen, their top 22 % down (y = 176).
+# Launcher: a pixel of its header right of the text. Creator: a pixel of its first row.
+"$probe" u 900 205 "$runs" >"$E2E_TMP/launcher.ms" || e2e_fail "launcher timing failed"
+pindle_clipboard "$shared"
+"$probe" i 900 294 "$runs" >"$E2E_TMP/creator.ms" || e2e_fail "creator timing failed"
+sleep 1
+rss_kb=$(awk '/^VmRSS:/ {print $2}' "/proc/$PINDLE_PID/status")
+
+summary() {
+    sort -n "$1" | awk -v label="$2" '
+        { v[NR] = $1; sum += $1 }
+        END {
+            printf "%-38s median %6.1f ms   p90 %6.1f ms   min %6.1f ms   max %6.1f ms   (%d runs)\n",
+                label, v[int((NR + 1) / 2)], v[int(NR * 0.9 + 0.5)], v[1], v[NR], NR
+        }'
+}
+echo "Pindle, Release, 10,000 shortcut files, Xvfb + openbox, $(nproc) CPUs"
+# The launcher's first showing since start-up is pindle_wait_ready's; every timed run is warm.
+summary "$E2E_TMP/launcher.ms" "Alt+U -> launcher painted (warm)"
+head -n1 "$E2E_TMP/creator.ms" >"$E2E_TMP/creator-cold.ms"
+tail -n +2 "$E2E_TMP/creator.ms" >"$E2E_TMP/creator-warm.ms"
+summary "$E2E_TMP/creator-cold.ms" "Alt+I -> creator with list (first)"
+summary "$E2E_TMP/creator-warm.ms" "Alt+I -> creator with list (warm)"
+awk -v kb="$rss_kb" 'BEGIN { printf "%-38s %6.1f MB\n", "idle resident memory (VmRSS)", kb / 1024 }'
+kill -TERM "$PINDLE_PID"
+wait "$PINDLE_PID" || true
