@@ -47,6 +47,21 @@ xdotool type --delay 20 after-copy
 xdotool key Return
 e2e_check "typing goes to the editor again" e2e_wait_for_line "$E2E_TMP/editor.typed" 'after-copy' 5
 
+# With Caps Lock on, Ctrl-C is not the copy chord: the launcher stays and the clipboard keeps
+# what it had.
+pindle_shows alt+u || e2e_fail "Alt+U did not show the launcher for the Caps Lock case"
+xdotool type --delay 40 docs
+xdotool key Caps_Lock
+xdotool key ctrl+c
+sleep 0.5
+e2e_check "Ctrl-C with Caps Lock on leaves the clipboard alone" pindle_clipboard_is https://news.example.com/
+e2e_check "Ctrl-C with Caps Lock on leaves the launcher open" pindle_has_panel
+xdotool key Caps_Lock
+xdotool key ctrl+c
+e2e_check "Ctrl-C with Caps Lock off again copies" e2e_wait_for 5 pindle_clipboard_is https://docs.example.com/
+e2e_check "and hides the launcher" e2e_wait_for 5 pindle_has_no_panel
+e2e_wait_active "$editor" 5 || e2e_fail "the editor did not get the focus back"
+
 # Delete: Ctrl+Delete asks; Return on the sheet picks "Delete"; the file goes to the Trash.
 pindle_shows alt+u || e2e_fail "Alt+U did not show the launcher a third time"
 xdotool type --delay 40 old
