@@ -63,6 +63,15 @@ probe_ask main hide '^hidden$'
 probe_ask main restore '^restored$'
 e2e_check "the second capture kept alpha" e2e_wait_active "$alpha" 5
 
+# Making our window key while it is shown but another window has the focus brings it forward.
+probe_ask main show '^window '
+ours=${PROBE_ANSWER#window }
+e2e_wait_active "$ours" || e2e_fail "our window did not become active"
+activate "$beta"
+probe_ask main show '^window '
+e2e_check "a shown window of ours takes the focus back" e2e_wait_active "$ours" 5
+probe_ask main hide '^hidden$'
+
 # A captured application that has quit is not activated: openbox's own choice stands.
 round no-restore
 kill "$alpha_pid"

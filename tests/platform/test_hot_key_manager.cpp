@@ -123,16 +123,6 @@ TEST(HotKeyManager, unregisterAllReleasesEverythingAndIDsKeepCounting)
     EXPECT_EQ(fired, 1);
 }
 
-TEST(HotKeyManager, unregisterAllWithNothingRegisteredInstallsNothing)
-{
-    FakeHotKeyService service;
-    HotKeyManager manager(service);
-    manager.unregisterAll();
-    EXPECT_EQ(service.installCount, 0);
-    EXPECT_EQ(service.removeCount, 0);
-    EXPECT_FALSE(service.hasHandler());
-}
-
 TEST(HotKeyManager, eventsWithoutAKnownIDAreHandledAndIgnored)
 {
     FakeHotKeyService service;
