@@ -42,8 +42,11 @@ CurrentEventScope::~CurrentEventScope()
 
 CommandField::CommandField(QWidget *parent) : QLineEdit(parent)
 {
+    // The panel draws the background; a field only draws its text.
     setFrame(false);
-    setAttribute(Qt::WA_MacShowFocusRect, false);
+    QPalette transparentBase = palette();
+    transparentBase.setColor(QPalette::Base, Qt::transparent);
+    setPalette(transparentBase);
 }
 
 const QKeyEvent *CommandField::currentEvent()

@@ -423,8 +423,13 @@ void PanelController::confirmDeleteSelection(QWidget *focusAfter)
         weak->m_isConfirming = false;
         if (response == Alert::firstButtonReturn)
             weak->deleteFile(file, index);
-        if (weak && focus)
+        if (weak && focus) {
+            // The window manager may leave the keyboard with whatever it focuses after the
+            // sheet; the panel asks for it back while it is still shown.
+            if (weak->isVisible())
+                weak->m_panel->activateWindow();
             focus->setFocus(Qt::OtherFocusReason);
+        }
     });
 }
 

@@ -4,8 +4,6 @@
 #include "ui/CommandField.h"
 #include "ui/ResultRowView.h"
 
-#include <QAbstractButton>
-#include <QApplication>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
@@ -23,15 +21,13 @@ constexpr int cancelAnswer = ui::Alert::firstButtonReturn + 1;
 class DeletionTest : public testing::Test
 {
 protected:
-    // A shown panel listing count shortcuts with row `selected` selected and the focus on a
+    // A shown panel listing count shortcuts with row `selected` selected and the focus in a
     // second field, so the focus coming back to `field` shows.
     void open(int count, qsizetype selected)
     {
         auto *header = mode->panel()->findChild<QWidget *>(QStringLiteral("header"));
         field = new ui::CommandField(header);
-        field->setObjectName(QStringLiteral("field"));
         other = new ui::CommandField(header);
-        other->setObjectName(QStringLiteral("other"));
         for (const ScoredFile &result : scoredFiles(count))
             mode->files.append(result.file);
         mode->updateResults();
@@ -44,30 +40,25 @@ protected:
         updatesBefore = log->updates;
     }
 
-    // Starts the confirmation with the given answer and waits for its completion.
+    // The answer arrives from the event loop, after the confirmation has started.
     void confirmAnswering(int answer)
     {
         ui::Alert::setNextAnswer(answer);
         mode->confirmDeleteSelection(field);
-        EXPECT_TRUE(mode->isConfirming()); // the answer comes later, from the event loop
+        EXPECT_TRUE(mode->isConfirming());
         QTRY_VERIFY(!mode->isConfirming());
     }
 
-    QStringList titles() const
+    // The titles shown, the selected one in brackets.
+    QStringList shown() const
     {
-        QStringList shown;
+        QStringList titles;
         for (const ui::ResultRowView *row : mode->rowViews)
-            shown.append(row->title());
-        return shown;
+            titles.append(row->isSelected() ? u'[' + row->title() + u']' : row->title());
+        return titles;
     }
 
-    qsizetype highlightedRows() const
-    {
-        return std::count_if(mode->rowViews.cbegin(), mode->rowViews.cend(),
-                             [](const ui::ResultRowView *row) { return row->isSelected(); });
-    }
-
-    QString pathOf(int shortcut) const
+    static QString pathOf(int shortcut)
     {
         return fileNamed(QStringLiteral("Shortcut %1").arg(shortcut)).url.toLocalFile();
     }
@@ -80,7 +71,7 @@ protected:
     int updatesBefore = 0;
 };
 
-TEST_F(DeletionTest, SheetAsksAboutTheSelectedShortcutOnThePanel)
+TEST_F(DeletionTest, SheetOnThePanelAsksAboutTheSelectedShortcut)
 {
     open(3, 1);
     mode->results[1].file.displayName = QStringLiteral("News");
@@ -98,7 +89,6 @@ TEST_F(DeletionTest, SheetAsksAboutTheSelectedShortcutOnThePanel)
     EXPECT_EQ(cancelButton->text(), QStringLiteral("Cancel"));
     EXPECT_EQ(sheet->defaultButton(), deleteButton);
     EXPECT_EQ(sheet->escapeButton(), cancelButton);
-    EXPECT_TRUE(mode->isConfirming());
 
     deleteButton->click();
     EXPECT_FALSE(mode->isConfirming());
@@ -112,60 +102,43 @@ TEST_F(DeletionTest, ConfirmedDeletionSelectsTheRowThatMovedUp)
     confirmAnswering(deleteAnswer);
     EXPECT_EQ(fakes.workspace->trashed, QStringList{pathOf(0)});
     EXPECT_EQ(mode->files.size(), 4);
-    EXPECT_EQ(titles().first(), QStringLiteral("Shortcut 1"));
-    EXPECT_EQ(mode->selectedIndex, 0);
-    EXPECT_TRUE(mode->rowViews[0]->isSelected());
-    EXPECT_EQ(highlightedRows(), 1);
+    EXPECT_EQ(shown().mid(0, 2),
+              (QStringList{QStringLiteral("[Shortcut 1]"), QStringLiteral("Shortcut 2")}));
     EXPECT_TRUE(field->hasFocus());
     EXPECT_TRUE(mode->isVisible());
 }
 
-TEST_F(DeletionTest, DeletingTheLastRowSelectsTheNewLast)
+TEST_F(DeletionTest, DeletingTheLastRowSelectsTheNewLastAndTheOnlyRowNone)
 {
     open(3, 2);
     confirmAnswering(deleteAnswer);
-    EXPECT_EQ(titles(), (QStringList{QStringLiteral("Shortcut 0"), QStringLiteral("Shortcut 1")}));
-    EXPECT_EQ(mode->selectedIndex, 1);
-    EXPECT_TRUE(mode->rowViews[1]->isSelected());
-    EXPECT_EQ(highlightedRows(), 1);
-}
-
-TEST_F(DeletionTest, DeletingTheOnlyRowLeavesTheModesSelection)
-{
-    open(1, 0);
+    EXPECT_EQ(shown(), (QStringList{QStringLiteral("Shortcut 0"), QStringLiteral("[Shortcut 1]")}));
+    mode->selectedIndex = 0;
     confirmAnswering(deleteAnswer);
-    EXPECT_TRUE(mode->results.isEmpty());
+    confirmAnswering(deleteAnswer);
     EXPECT_TRUE(mode->files.isEmpty());
-    EXPECT_EQ(mode->selectedIndex, -1);
     EXPECT_TRUE(mode->rowViews.isEmpty());
+    EXPECT_EQ(mode->selectedIndex, -1); // what the mode's update left
     EXPECT_EQ(mode->panel()->frame().height(), 58);
-    EXPECT_TRUE(field->hasFocus());
+    EXPECT_EQ(fakes.workspace->trashed.size(), 3);
 }
 
-TEST_F(DeletionTest, CancelRemovesNothingAndGivesTheFocusBack)
+TEST_F(DeletionTest, CancelOrAFailedMoveChangesNothingButTheFocus)
 {
     open(3, 1);
     confirmAnswering(cancelAnswer);
     EXPECT_TRUE(fakes.workspace->trashed.isEmpty());
-    EXPECT_EQ(mode->files.size(), 3);
-    EXPECT_EQ(log->updates, updatesBefore);
-    EXPECT_EQ(mode->selectedIndex, 1);
-    EXPECT_TRUE(field->hasFocus());
     EXPECT_EQ(fakes.workspace->beeps, 0);
-}
+    EXPECT_TRUE(field->hasFocus());
 
-TEST_F(DeletionTest, FailedMoveBeepsAndKeepsTheRowSelected)
-{
-    open(3, 1);
     fakes.workspace->failTrash = true;
+    other->setFocus();
     confirmAnswering(deleteAnswer);
     EXPECT_EQ(fakes.workspace->beeps, 1);
-    EXPECT_EQ(mode->files.size(), 3);
-    EXPECT_EQ(titles().size(), 3);
-    EXPECT_EQ(log->updates, updatesBefore);
-    EXPECT_EQ(mode->selectedIndex, 1);
-    EXPECT_TRUE(mode->rowViews[1]->isSelected());
     EXPECT_TRUE(field->hasFocus());
+    EXPECT_EQ(mode->files.size(), 3);
+    EXPECT_EQ(log->updates, updatesBefore);
+    EXPECT_EQ(shown()[1], QStringLiteral("[Shortcut 1]"));
 }
 
 TEST_F(DeletionTest, TheFileNamedWhenAskingIsTheOneDeleted)
@@ -178,10 +151,10 @@ TEST_F(DeletionTest, TheFileNamedWhenAskingIsTheOneDeleted)
     mode->selectedIndex = 0;
     QTRY_VERIFY(!mode->isConfirming());
     EXPECT_EQ(fakes.workspace->trashed, QStringList{pathOf(2)});
-    EXPECT_EQ(mode->selectedIndex, 1); // as near as it gets to the place it was asked at
+    EXPECT_EQ(mode->selectedIndex, 1); // as near as it gets to where it was asked
 }
 
-TEST_F(DeletionTest, NoValidSelectionAsksNothing)
+TEST_F(DeletionTest, NothingIsAskedWithoutAValidSelectionOrAnsweredWithoutController)
 {
     open(2, -1);
     mode->confirmDeleteSelection(field);
@@ -189,25 +162,19 @@ TEST_F(DeletionTest, NoValidSelectionAsksNothing)
     mode->confirmDeleteSelection(field);
     EXPECT_FALSE(mode->isConfirming());
     EXPECT_FALSE(ui::Alert::lastAlert().has_value());
-    EXPECT_EQ(mode->panel()->findChild<QMessageBox *>(), nullptr);
-}
 
-TEST_F(DeletionTest, AnswerAfterTheControllerIsGoneDoesNothing)
-{
-    open(3, 1);
+    mode->selectedIndex = 1;
     ui::Alert::setNextAnswer(deleteAnswer);
     mode->confirmDeleteSelection(nullptr);
     mode.reset();
     QTest::qWait(20);
     EXPECT_TRUE(fakes.workspace->trashed.isEmpty());
-    EXPECT_EQ(fakes.workspace->beeps, 0);
 }
 
 TEST(Alert, ModalAnswersThroughTheHookAndRecordsTheQuestion)
 {
     ui::Alert alert;
     alert.messageText = QStringLiteral("Hot keys taken");
-    alert.informativeText = QStringLiteral("Alt+U is used by another application.");
     alert.addButton(QStringLiteral("OK"));
     alert.addButton(QStringLiteral("Quit"));
     ui::Alert::setNextAnswer(1001);

@@ -13,11 +13,13 @@
 #include <QIcon>
 #include <QPainter>
 #include <QScreen>
+#include <QStyle>
 #include <QStyleFactory>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <cstdio>
+#include <memory>
 
 using namespace pindle;
 
@@ -72,7 +74,8 @@ QPalette darkPalette()
 
 QPalette lightPalette()
 {
-    QPalette palette = QStyleFactory::create(QStringLiteral("Fusion"))->standardPalette();
+    const std::unique_ptr<QStyle> fusion(QStyleFactory::create(QStringLiteral("Fusion")));
+    QPalette palette = fusion->standardPalette();
     palette.setColor(QPalette::Window, QColor(0xf6, 0xf6, 0xf7));
     palette.setColor(QPalette::Highlight, QColor(0x2a, 0x6f, 0xdb));
     palette.setColor(QPalette::PlaceholderText, QColor(0x1c, 0x1c, 0x1e, 0x80));
@@ -93,7 +96,7 @@ QList<ScoredFile> sampleResults(const QString &folder)
         {"Netflix", {0, 3}, "https://www.netflix.com/browse"},
         {"Nextcloud Files", {0, 10}, "https://cloud.example.org/apps/files/"},
         {"Notion \u2014 Team Wiki", {0, 9}, "https://www.notion.so/team/wiki-3f2a9c"},
-        {"NixOS Search: packages and options for the unstable channel",
+        {"NixOS Search: packages and options for the unstable channel, every module documented",
          {0, 20},
          "https://search.nixos.org/packages?channel=unstable&from=0&size=50&sort=relevance"},
         {"Caf\u00e9 Finder", {2, 5}, "https://cafe-finder.example.net/"},
@@ -158,7 +161,8 @@ bool shoot(const QString &path, bool dark, bool message, const QString &folder)
     QTest::qWaitForWindowExposed(panel.panel());
     QTest::qWait(400);
 
-    const QRect area = panel.panel()->geometry().adjusted(-40, -40, 40, 40);
+    const QRect area = panel.panel()->geometry().adjusted(-40, -40, 40, 40) &
+                       QGuiApplication::primaryScreen()->geometry();
     const QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(),
                                                                       area.width(), area.height());
     panel.hide(false);

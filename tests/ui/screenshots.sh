@@ -9,7 +9,7 @@ cmake --build "$build" --target pindle_panel_screenshots -j2 >/dev/null
 program="$build/tests/ui/pindle_panel_screenshots"
 
 display=:$(( 90 + $$ % 100 ))
-Xvfb "$display" -screen 0 1440x900x24 -nolisten tcp >/dev/null 2>&1 &
+Xvfb "$display" -screen 0 2880x1800x24 -nolisten tcp >/dev/null 2>&1 &
 xvfb=$!
 trap 'kill $xvfb 2>/dev/null' EXIT INT TERM
 for _ in $(seq 50); do
@@ -19,5 +19,6 @@ done
 
 for scale in 1 2; do
     DISPLAY=$display QT_QPA_PLATFORM=xcb QT_SCALE_FACTOR=$scale \
+        LSAN_OPTIONS="suppressions=$root/tests/lsan.supp" \
         "$program" "$build/screenshots/${scale}x"
 done
