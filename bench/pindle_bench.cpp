@@ -125,7 +125,7 @@ QStringList generatedCorpus(int count)
                    latin(pick(camel)) + u": "_qs + title(3);
             break;
         case 4:
-            name = u"Issue #%1 \u00B7 "_qs.arg(random() % 40000) + latin(pick(words)) + u"/"_qs +
+            name = u"Issue #%1 - "_qs.arg(random() % 40000) + latin(pick(words)) + u"/"_qs +
                    latin(pick(words));
             break;
         case 5:

@@ -83,8 +83,9 @@ std::optional<Result> match(const QString &query, const QString &candidate)
 
     detail::KernelScratch scratch;
     Result result;
-    const std::optional<detail::KernelOutcome> outcome = detail::runKernel(
-        ids.data(), flags.data(), n, queryIds.data(), m, scratch, &result.positions);
+    const std::optional<detail::KernelOutcome> outcome =
+        detail::runKernel(detail::InternedName{ids.data(), flags.data(), n}, queryIds.data(), m,
+                          scratch, &result.positions);
     if (!outcome)
         return std::nullopt;
     result.score = detail::finalScore(outcome->total, n);

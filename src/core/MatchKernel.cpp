@@ -3,6 +3,10 @@
 #include <cstring>
 #include <limits>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 // The recurrence is evaluated sparsely: a row keeps only the positions where its query
 // character occurs and an alignment can end, in increasing order, and each row is confined to
 // the positions between the earliest and the latest placement of its character that still
@@ -14,64 +18,160 @@ namespace {
 
 constexpr int32_t none = std::numeric_limits<int32_t>::min();
 
-// First index in [from, to) holding id, or -1.
-int32_t findForward(const uint8_t *ids, int32_t from, int32_t to, uint32_t id)
+// Name accessors: the id and the flags of a position, and searches for an id.
+
+uint8_t flagsAt(const InternedName &name, int32_t j)
 {
-    if (from >= to || id > 0xFF)
-        return -1;
-    const void *hit = std::memchr(ids + from, int(id), size_t(to - from));
-    return hit ? int32_t(static_cast<const uint8_t *>(hit) - ids) : -1;
+    return name.flags[j];
 }
 
-int32_t findForward(const uint32_t *ids, int32_t from, int32_t to, uint32_t id)
+bool isLetterAt(const InternedName &name, int32_t j)
+{
+    return name.flags[j] & letterFlag;
+}
+
+int32_t findForward(const InternedName &name, int32_t from, int32_t to, uint32_t id)
 {
     for (int32_t j = from; j < to; ++j)
-        if (ids[j] == id)
+        if (name.ids[j] == id)
             return j;
     return -1;
 }
 
-// Last index in [0, to) holding id, or -1.
-int32_t findBackward(const uint8_t *ids, int32_t to, uint32_t id)
-{
-    if (to <= 0 || id > 0xFF)
-        return -1;
-    const void *hit = memrchr(ids, int(id), size_t(to));
-    return hit ? int32_t(static_cast<const uint8_t *>(hit) - ids) : -1;
-}
-
-int32_t findBackward(const uint32_t *ids, int32_t to, uint32_t id)
+int32_t findBackward(const InternedName &name, int32_t to, uint32_t id)
 {
     for (int32_t j = to - 1; j >= 0; --j)
-        if (ids[j] == id)
+        if (name.ids[j] == id)
             return j;
     return -1;
 }
 
-template <typename Id>
-std::optional<KernelOutcome> kernel(const Id *ids, const uint8_t *flags, int32_t n,
-                                    const uint32_t *query, int32_t m, KernelScratch &s,
-                                    QList<qsizetype> *positions)
+template <typename Unit>
+uint8_t flagsAt(const AsciiName<Unit> &name, int32_t j)
 {
+    const uint8_t current = asciiClasses[uint8_t(name.text[j])];
+    return positionFlags(j == 0, j > 0 ? asciiClasses[uint8_t(name.text[j - 1])] : 0, current);
+}
+
+template <typename Unit>
+bool isLetterAt(const AsciiName<Unit> &name, int32_t j)
+{
+    return asciiClasses[uint8_t(name.text[j])] & letterClass;
+}
+
+// An ASCII letter is found in either case by setting the case bit; every other id only as it
+// stands.
+constexpr uint32_t caseBit(uint32_t id)
+{
+    return id >= 'a' && id <= 'z' ? 0x20 : 0;
+}
+
+template <typename Unit>
+int32_t findForward(const AsciiName<Unit> &name, int32_t from, int32_t to, uint32_t id)
+{
+    if (id >= 0x80)
+        return -1;
+    const Unit fold = Unit(caseBit(id));
+    const Unit wanted = Unit(id);
+    int32_t j = from;
+#ifdef __SSE2__
+    constexpr int32_t lanes = 16 / int32_t(sizeof(Unit));
+    const __m128i foldLanes =
+        sizeof(Unit) == 1 ? _mm_set1_epi8(char(fold)) : _mm_set1_epi16(short(fold));
+    const __m128i wantedLanes =
+        sizeof(Unit) == 1 ? _mm_set1_epi8(char(wanted)) : _mm_set1_epi16(short(wanted));
+    for (; j + lanes <= to; j += lanes) {
+        const __m128i block = _mm_or_si128(
+            _mm_loadu_si128(reinterpret_cast<const __m128i *>(name.text + j)), foldLanes);
+        const __m128i equal = sizeof(Unit) == 1 ? _mm_cmpeq_epi8(block, wantedLanes)
+                                                : _mm_cmpeq_epi16(block, wantedLanes);
+        if (const int bits = _mm_movemask_epi8(equal))
+            return j + __builtin_ctz(unsigned(bits)) / int32_t(sizeof(Unit));
+    }
+#endif
+    for (; j < to; ++j)
+        if (Unit(name.text[j] | fold) == wanted)
+            return j;
+    return -1;
+}
+
+template <typename Unit>
+int32_t findBackward(const AsciiName<Unit> &name, int32_t to, uint32_t id)
+{
+    if (id >= 0x80)
+        return -1;
+    const Unit fold = Unit(caseBit(id));
+    const Unit wanted = Unit(id);
+    int32_t j = to;
+#ifdef __SSE2__
+    constexpr int32_t lanes = 16 / int32_t(sizeof(Unit));
+    const __m128i foldLanes =
+        sizeof(Unit) == 1 ? _mm_set1_epi8(char(fold)) : _mm_set1_epi16(short(fold));
+    const __m128i wantedLanes =
+        sizeof(Unit) == 1 ? _mm_set1_epi8(char(wanted)) : _mm_set1_epi16(short(wanted));
+    for (; j - lanes >= 0; j -= lanes) {
+        const __m128i block = _mm_or_si128(
+            _mm_loadu_si128(reinterpret_cast<const __m128i *>(name.text + j - lanes)), foldLanes);
+        const __m128i equal = sizeof(Unit) == 1 ? _mm_cmpeq_epi8(block, wantedLanes)
+                                                : _mm_cmpeq_epi16(block, wantedLanes);
+        if (const int bits = _mm_movemask_epi8(equal))
+            return j - lanes + (31 - __builtin_clz(unsigned(bits))) / int32_t(sizeof(Unit));
+    }
+#endif
+    for (--j; j >= 0; --j)
+        if (Unit(name.text[j] | fold) == wanted)
+            return j;
+    return -1;
+}
+
+template <typename Name>
+std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int32_t m,
+                                    KernelScratch &s, QList<qsizetype> *positions)
+{
+    const int32_t n = name.count;
     if (m <= 0 || n < m)
         return std::nullopt;
 
+    if (m == 1) {
+        // The best single position, leftmost among equals. Past position 0 no bonus exceeds
+        // afterSeparatorBonus, so once that could no longer beat the best, the rest is skipped.
+        int32_t best = none;
+        int32_t bestAt = -1;
+        for (int32_t j = findForward(name, 0, n, query[0]); j >= 0;
+             j = findForward(name, j + 1, n, query[0])) {
+            const int32_t total = (flagsAt(name, j) & bonusMask) - j;
+            if (total > best) {
+                best = total;
+                bestAt = j;
+            }
+            if (best >= afterSeparatorBonus - (j + 1))
+                break;
+        }
+        if (bestAt < 0)
+            return std::nullopt;
+        if (positions)
+            *positions = {bestAt};
+        return KernelOutcome{best, bestAt};
+    }
+
     // Quick rejection, and the earliest placement of each query character.
-    s.low.resize(size_t(m));
-    s.high.resize(size_t(m));
+    if (s.low.size() < size_t(m)) {
+        s.low.resize(size_t(m));
+        s.high.resize(size_t(m));
+        s.rowBegin.resize(size_t(m) + 1);
+    }
     int32_t at = 0;
     for (int32_t i = 0; i < m; ++i) {
-        at = findForward(ids, at, n, query[i]);
+        at = findForward(name, at, n, query[i]);
         if (at < 0)
             return std::nullopt;
         s.low[size_t(i)] = at++;
     }
     at = n;
     for (int32_t i = m - 1; i >= 0; --i)
-        s.high[size_t(i)] = at = findBackward(ids, at, query[i]);
+        s.high[size_t(i)] = at = findBackward(name, at, query[i]);
 
     const bool tracing = positions != nullptr;
-    s.rowBegin.resize(size_t(m) + 1);
     size_t cells = 0;
     auto ensureCells = [&s](size_t count) {
         if (s.cellAt.size() < count) {
@@ -84,9 +184,9 @@ std::optional<KernelOutcome> kernel(const Id *ids, const uint8_t *flags, int32_t
     // First row: any occurrence, paying for the characters before it.
     s.rowBegin[0] = 0;
     ensureCells(size_t(n));
-    for (int32_t j = s.low[0]; j >= 0; j = findForward(ids, j + 1, s.high[0] + 1, query[0])) {
+    for (int32_t j = s.low[0]; j >= 0; j = findForward(name, j + 1, s.high[0] + 1, query[0])) {
         s.cellAt[cells] = j;
-        s.cellTotal[cells] = (flags[j] & bonusMask) - j;
+        s.cellTotal[cells] = (flagsAt(name, j) & bonusMask) - j;
         s.cellFrom[cells] = -1;
         ++cells;
     }
@@ -125,8 +225,8 @@ std::optional<KernelOutcome> kernel(const Id *ids, const uint8_t *flags, int32_t
         const uint32_t wanted = query[i];
         const int32_t stop = s.high[size_t(i)] + 1;
         for (int32_t j =
-                 findForward(ids, std::max(s.low[size_t(i)], firstSource + 1), stop, wanted);
-             j >= 0; j = findForward(ids, j + 1, stop, wanted)) {
+                 findForward(name, std::max(s.low[size_t(i)], firstSource + 1), stop, wanted);
+             j >= 0; j = findForward(name, j + 1, stop, wanted)) {
             while (source < previousEnd && sourceAt[source] <= j - 2) {
                 const int32_t k = sourceAt[source];
                 const int32_t v = sourceTotal[source] + k;
@@ -142,7 +242,7 @@ std::optional<KernelOutcome> kernel(const Id *ids, const uint8_t *flags, int32_t
                 ++source;
             }
             for (; scanned < j; ++scanned)
-                if (flags[scanned] & letterFlag)
+                if (isLetterAt(name, scanned))
                     lastLetter = scanned;
             while (tail > head && queueAt[head] < lastLetter)
                 ++head;
@@ -153,7 +253,7 @@ std::optional<KernelOutcome> kernel(const Id *ids, const uint8_t *flags, int32_t
                 total = sourceTotal[source] + consecutiveBonus;
                 from = j - 1;
             }
-            if ((flags[j] & bonusMask) > plainBonus) {
+            if ((flagsAt(name, j) & bonusMask) > plainBonus) {
                 if (bestAt >= 0 && total < best - j + 1) {
                     total = best - j + 1;
                     from = bestAt;
@@ -165,7 +265,7 @@ std::optional<KernelOutcome> kernel(const Id *ids, const uint8_t *flags, int32_t
             if (from < 0)
                 continue;
             targetAt[write] = j;
-            targetTotal[write] = total + (flags[j] & bonusMask);
+            targetTotal[write] = total + (flagsAt(name, j) & bonusMask);
             if (tracing)
                 targetFrom[write] = from;
             ++write;
@@ -218,18 +318,18 @@ std::optional<KernelOutcome> kernel(const Id *ids, const uint8_t *flags, int32_t
 
 } // namespace
 
-std::optional<KernelOutcome> runKernel(const uint8_t *ids, const uint8_t *flags, int32_t n,
-                                       const uint32_t *query, int32_t m, KernelScratch &scratch,
-                                       QList<qsizetype> *positions)
+template <typename Name>
+std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, int32_t m,
+                                       KernelScratch &scratch, QList<qsizetype> *positions)
 {
-    return kernel(ids, flags, n, query, m, scratch, positions);
+    return kernel(name, query, m, scratch, positions);
 }
 
-std::optional<KernelOutcome> runKernel(const uint32_t *ids, const uint8_t *flags, int32_t n,
-                                       const uint32_t *query, int32_t m, KernelScratch &scratch,
-                                       QList<qsizetype> *positions)
-{
-    return kernel(ids, flags, n, query, m, scratch, positions);
-}
+template std::optional<KernelOutcome> runKernel(const AsciiName<char16_t> &, const uint32_t *,
+                                                int32_t, KernelScratch &, QList<qsizetype> *);
+template std::optional<KernelOutcome> runKernel(const AsciiName<char> &, const uint32_t *, int32_t,
+                                                KernelScratch &, QList<qsizetype> *);
+template std::optional<KernelOutcome> runKernel(const InternedName &, const uint32_t *, int32_t,
+                                                KernelScratch &, QList<qsizetype> *);
 
 } // namespace pindle::detail

@@ -7,6 +7,7 @@
 
 #include <QList>
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -51,6 +52,42 @@ constexpr uint8_t positionFlags(bool atStart, uint8_t previousClass, uint8_t cur
     return uint8_t(bonus) | ((currentClass & letterClass) ? letterFlag : 0);
 }
 
+// Properties of the plain ASCII characters, and their lowercase.
+inline constexpr std::array<uint8_t, 128> asciiClasses = [] {
+    std::array<uint8_t, 128> table{};
+    for (char16_t c = 0; c < 128; ++c) {
+        if (c >= u'a' && c <= u'z')
+            table[c] = lowercaseClass | letterClass;
+        else if (c >= u'A' && c <= u'Z')
+            table[c] = uppercaseClass | letterClass;
+        else if (separators.find(c) != std::u16string_view::npos)
+            table[c] = separatorClass;
+    }
+    return table;
+}();
+
+constexpr uint32_t asciiLower(uint32_t c)
+{
+    return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c;
+}
+
+// A name made only of plain ASCII characters (no CR, which pairs with LF), read in place as
+// UTF-16 units or bytes: ids are the lowercased codes, flags are worked out on the fly.
+template <typename Unit>
+struct AsciiName
+{
+    const Unit *text;
+    int32_t count;
+};
+
+// Any other name, described up front.
+struct InternedName
+{
+    const uint32_t *ids;
+    const uint8_t *flags;
+    int32_t count;
+};
+
 // Per-call working storage, reused across calls on one thread so that scoring never allocates
 // once it has grown.
 struct KernelScratch
@@ -66,14 +103,20 @@ struct KernelOutcome
     int32_t end = 0;
 };
 
-// The best allowed alignment of query (m ids) in the name (n ids, n flags), or nothing. With
-// positions given, also traces it back (one index per query character).
-std::optional<KernelOutcome> runKernel(const uint8_t *ids, const uint8_t *flags, int32_t n,
-                                       const uint32_t *query, int32_t m, KernelScratch &scratch,
+// The best allowed alignment of the query (m ids) in the name, or nothing. With positions
+// given, also traces it back (one index per query character).
+template <typename Name>
+std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, int32_t m,
+                                       KernelScratch &scratch,
                                        QList<qsizetype> *positions = nullptr);
-std::optional<KernelOutcome> runKernel(const uint32_t *ids, const uint8_t *flags, int32_t n,
-                                       const uint32_t *query, int32_t m, KernelScratch &scratch,
-                                       QList<qsizetype> *positions = nullptr);
+
+extern template std::optional<KernelOutcome> runKernel(const AsciiName<char16_t> &,
+                                                       const uint32_t *, int32_t, KernelScratch &,
+                                                       QList<qsizetype> *);
+extern template std::optional<KernelOutcome>
+runKernel(const AsciiName<char> &, const uint32_t *, int32_t, KernelScratch &, QList<qsizetype> *);
+extern template std::optional<KernelOutcome>
+runKernel(const InternedName &, const uint32_t *, int32_t, KernelScratch &, QList<qsizetype> *);
 
 inline double finalScore(int32_t total, int32_t n)
 {

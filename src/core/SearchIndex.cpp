@@ -7,8 +7,11 @@
 #include "core/Text.h"
 #include "core/Unicode.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -26,26 +29,6 @@ struct CharacterInfo
     uint32_t id = 0; // of the character's canonical form
     uint8_t characterClass = 0;
 };
-
-constexpr std::array<CharacterInfo, 128> asciiInfo = [] {
-    std::array<CharacterInfo, 128> table{};
-    for (uint32_t c = 0; c < 128; ++c) {
-        uint8_t characterClass = 0;
-        if (c >= 'a' && c <= 'z')
-            characterClass = lowercaseClass | letterClass;
-        else if (c >= 'A' && c <= 'Z')
-            characterClass = uppercaseClass | letterClass;
-        else if (separators.find(char16_t(c)) != std::u16string_view::npos)
-            characterClass = separatorClass;
-        table[c] = {c, characterClass};
-    }
-    return table;
-}();
-
-constexpr uint8_t asciiLower(uint32_t c)
-{
-    return uint8_t(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
-}
 
 // Letters and digits get a bit each; other ASCII and all other characters share the rest.
 constexpr uint64_t maskBit(uint32_t id)
@@ -90,7 +73,7 @@ public:
     CharacterInfo info(QStringView character)
     {
         if (character.size() == 1 && character[0].unicode() < 0x80)
-            return asciiInfo[character[0].unicode()];
+            return {character[0].unicode(), asciiClasses[character[0].unicode()]};
         const std::u16string_view text(reinterpret_cast<const char16_t *>(character.utf16()),
                                        size_t(character.size()));
         const auto known = m_byText.find(text);
@@ -130,58 +113,61 @@ CharacterTable &characterTable()
     return table;
 }
 
+constexpr std::array<uint64_t, 128> asciiMaskBits = [] {
+    std::array<uint64_t, 128> table{};
+    for (uint32_t c = 0; c < 128; ++c)
+        table[c] = maskBit(asciiLower(c));
+    return table;
+}();
+
 void prepareAscii(PreparedName &prepared, QStringView name)
 {
-    const auto n = int32_t(name.size());
-    prepared.bytes = std::make_unique_for_overwrite<uint8_t[]>(size_t(n) * 2);
-    uint8_t *lowered = prepared.bytes.get();
-    uint8_t *flags = lowered + n;
-    const char16_t *text = reinterpret_cast<const char16_t *>(name.utf16());
-    uint8_t previousClass = 0;
     uint64_t mask = 0;
-    for (int32_t j = 0; j < n; ++j) {
-        const uint32_t c = text[j];
-        const uint8_t currentClass = asciiInfo[c].characterClass;
-        lowered[j] = asciiLower(c);
-        flags[j] = positionFlags(j == 0, previousClass, currentClass);
-        previousClass = currentClass;
-        mask |= maskBit(lowered[j]);
-    }
+    for (QChar c : name)
+        mask |= asciiMaskBits[c.unicode()];
+    prepared.count = int32_t(name.size());
     prepared.mask = mask;
 }
 
-void prepareUnicode(PreparedName &prepared, QStringView name)
+// The description of a name with characters beyond plain ASCII, before it is stored.
+struct UnicodeDescription
 {
-    prepared.isAscii = false;
+    std::vector<uint32_t> ids;
+    std::vector<uint8_t> flags;
+    uint64_t mask = 0;
+    int32_t count = 0;
+    bool isMatchable = true;
+};
+
+void describeUnicode(UnicodeDescription &out, QStringView name)
+{
     const std::vector<qsizetype> bounds = Unicode::clusterBoundaries(name);
     const auto n = int32_t(bounds.size() - 1);
-    prepared.count = n;
+    out.count = n;
+    out.mask = 0;
+    out.ids.clear();
+    out.flags.clear();
     const QString lowered = Unicode::lowercased(name);
     const std::vector<qsizetype> loweredBounds = Unicode::clusterBoundaries(lowered);
     // Characters are paired with their lowercase by position; when lowercasing merged some,
     // the pairing is lost and the name never matches (as in FuzzyMatch::match).
-    if (loweredBounds.size() < bounds.size()) {
-        prepared.isMatchable = false;
+    out.isMatchable = loweredBounds.size() >= bounds.size();
+    if (!out.isMatchable)
         return;
-    }
-    prepared.bytes = std::make_unique_for_overwrite<uint8_t[]>(size_t(n));
-    prepared.ids = std::make_unique_for_overwrite<uint32_t[]>(size_t(n));
     CharacterTable &table = characterTable();
     const auto guard = table.lock();
     uint8_t previousClass = 0;
-    uint64_t mask = 0;
     for (int32_t j = 0; j < n; ++j) {
         const QStringView character =
             name.sliced(bounds[size_t(j)], bounds[size_t(j) + 1] - bounds[size_t(j)]);
         const uint8_t currentClass = table.info(character).characterClass;
-        prepared.bytes[size_t(j)] = positionFlags(j == 0, previousClass, currentClass);
+        out.flags.push_back(positionFlags(j == 0, previousClass, currentClass));
         previousClass = currentClass;
         const QStringView loweredCharacter = QStringView(lowered).sliced(
             loweredBounds[size_t(j)], loweredBounds[size_t(j) + 1] - loweredBounds[size_t(j)]);
-        prepared.ids[size_t(j)] = table.info(loweredCharacter).id;
-        mask |= maskBit(prepared.ids[size_t(j)]);
+        out.ids.push_back(table.info(loweredCharacter).id);
+        out.mask |= maskBit(out.ids.back());
     }
-    prepared.mask = mask;
 }
 
 KernelScratch &scratch()
@@ -201,10 +187,71 @@ std::optional<KernelOutcome> runPrepared(const PreparedQuery &query, const Prepa
 {
     const auto m = int32_t(query.ids.size());
     if (name.isAscii)
-        return runKernel(name.bytes.get(), name.flags(), name.count, query.ids.data(), m, scratch(),
-                         positions);
-    return runKernel(name.ids.get(), name.flags(), name.count, query.ids.data(), m, scratch(),
+        return runKernel(
+            AsciiName<char16_t>{reinterpret_cast<const char16_t *>(name.name.utf16()), name.count},
+            query.ids.data(), m, scratch(), positions);
+    return runKernel(InternedName{name.ids, name.flags, name.count}, query.ids.data(), m, scratch(),
                      positions);
+}
+
+// Prepared names are stored in large blocks, each shared by the names in it: records from the
+// start, the character arrays of non-ASCII names from the end. Preparing a plain name then
+// allocates nothing of its own, and a block is one huge page where the system offers them:
+// most of the cost of preparing many names is otherwise first touches of fresh memory.
+class NameBlock
+{
+public:
+    static constexpr size_t size = size_t(2) << 20;
+
+    NameBlock() : m_memory(static_cast<std::byte *>(std::aligned_alloc(size, size)))
+    {
+        if (m_memory != nullptr)
+            madvise(m_memory, size, MADV_HUGEPAGE);
+    }
+    NameBlock(const NameBlock &) = delete;
+    NameBlock &operator=(const NameBlock &) = delete;
+    ~NameBlock()
+    {
+        for (size_t i = 0; i < m_count; ++i)
+            reinterpret_cast<PreparedName *>(m_memory)[i].~PreparedName();
+        std::free(m_memory);
+    }
+
+    // A new record with room for arrays of the given size, or null when the block is full.
+    PreparedName *take(size_t arrayBytes, std::byte *&arrays)
+    {
+        arrayBytes = (arrayBytes + alignof(uint32_t) - 1) & ~(alignof(uint32_t) - 1);
+        if (m_memory == nullptr || (m_count + 1) * sizeof(PreparedName) + arrayBytes > m_arraysAt)
+            return nullptr;
+        m_arraysAt -= arrayBytes;
+        arrays = m_memory + m_arraysAt;
+        return new (m_memory + m_count++ * sizeof(PreparedName)) PreparedName;
+    }
+
+private:
+    std::byte *m_memory;
+    size_t m_count = 0;
+    size_t m_arraysAt = size;
+};
+
+// A record for a name whose non-ASCII description needs arrayBytes, with arrays pointing at
+// storage that lives as long as the record.
+std::shared_ptr<PreparedName> newPreparedName(size_t arrayBytes, std::byte *&arrays)
+{
+    thread_local std::shared_ptr<NameBlock> block;
+    if (arrayBytes < NameBlock::size / 4) {
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            if (!block)
+                block = std::make_shared<NameBlock>();
+            if (PreparedName *name = block->take(arrayBytes, arrays))
+                return std::shared_ptr<PreparedName>(block, name);
+            block = std::make_shared<NameBlock>();
+        }
+    }
+    auto name = std::make_shared<PreparedName>();
+    name->ownStorage = std::make_unique_for_overwrite<std::byte[]>(arrayBytes);
+    arrays = name->ownStorage.get();
+    return name;
 }
 
 // Whether the ASCII-only query can be a subsequence of the line, ignoring ASCII case. A
@@ -229,15 +276,29 @@ bool mayContain(const PreparedQuery &query, std::string_view line)
 
 std::shared_ptr<const PreparedName> prepareName(const QString &displayName, QByteArray collationKey)
 {
-    auto prepared = std::make_shared<PreparedName>();
-    prepared->name = displayName;
-    prepared->collationKey = std::move(collationKey);
+    std::byte *arrays = nullptr;
+    std::shared_ptr<PreparedName> prepared;
     if (isPlainAscii(displayName)) {
-        prepared->count = int32_t(displayName.size());
+        prepared = newPreparedName(0, arrays);
         prepareAscii(*prepared, displayName);
     } else {
-        prepareUnicode(*prepared, displayName);
+        thread_local UnicodeDescription description;
+        describeUnicode(description, displayName);
+        const auto n = size_t(description.ids.size());
+        prepared = newPreparedName(n * (sizeof(uint32_t) + sizeof(uint8_t)), arrays);
+        auto *ids = reinterpret_cast<uint32_t *>(arrays);
+        auto *flags = reinterpret_cast<uint8_t *>(ids + n);
+        std::copy(description.ids.begin(), description.ids.end(), ids);
+        std::copy(description.flags.begin(), description.flags.end(), flags);
+        prepared->ids = ids;
+        prepared->flags = flags;
+        prepared->isAscii = false;
+        prepared->isMatchable = description.isMatchable;
+        prepared->count = description.count;
+        prepared->mask = description.mask;
     }
+    prepared->name = displayName;
+    prepared->collationKey = std::move(collationKey);
     return prepared;
 }
 
@@ -282,23 +343,12 @@ std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view lin
         return (static_cast<unsigned char>(c) & 0x80) || c == '\r';
     });
     if (isAscii) {
-        if (!query.isAscii || line.size() < query.ids.size() || !mayContain(query, line))
+        if (!query.isAscii)
             return std::nullopt;
         const auto n = int32_t(line.size());
-        thread_local std::vector<uint8_t> bytes;
-        bytes.resize(size_t(n) * 2);
-        uint8_t *lowered = bytes.data();
-        uint8_t *flags = lowered + n;
-        uint8_t previousClass = 0;
-        for (int32_t j = 0; j < n; ++j) {
-            const auto c = static_cast<unsigned char>(line[size_t(j)]);
-            const uint8_t currentClass = asciiInfo[c].characterClass;
-            lowered[j] = asciiLower(c);
-            flags[j] = positionFlags(j == 0, previousClass, currentClass);
-            previousClass = currentClass;
-        }
         const std::optional<KernelOutcome> outcome =
-            runKernel(lowered, flags, n, query.ids.data(), int32_t(query.ids.size()), scratch());
+            runKernel(AsciiName<char>{line.data(), n}, query.ids.data(), int32_t(query.ids.size()),
+                      scratch());
         if (!outcome)
             return std::nullopt;
         return finalScore(outcome->total, n);
@@ -373,6 +423,15 @@ bool isCurrent(const PreparedName *prepared, const QString &displayName)
     return prepared->name == displayName;
 }
 
+// The last search on this thread, for narrowing the next one.
+struct LastSearch
+{
+    QList<IndexedFile> files;
+    std::vector<uint32_t> queryIds;
+    std::vector<int32_t> hits; // indices into files of every match, in list order
+    bool isValid = false;
+};
+
 } // namespace
 
 QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, qsizetype limit)
@@ -382,6 +441,19 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
         return {};
     const detail::PreparedQuery prepared = detail::prepareQuery(trimmed);
 
+    // While typing, each query usually extends the last one over the same list: then only the
+    // names that matched before can match now (an alignment of the longer query begins with
+    // one of the shorter). The list is kept referenced, so the same data pointer means the
+    // same, unchanged records: any change to a shared list detaches it first.
+    thread_local LastSearch last;
+    const bool isNarrowing =
+        last.isValid && last.files.constData() == files.constData() &&
+        last.files.size() == files.size() && last.queryIds.size() <= prepared.ids.size() &&
+        std::equal(last.queryIds.begin(), last.queryIds.end(), prepared.ids.begin());
+    std::vector<int32_t> hitIndices;
+    if (isNarrowing)
+        hitIndices.reserve(last.hits.size());
+
     // Records made without prepared data, or whose name changed since, are prepared here and
     // kept alive for the rest of the search.
     std::vector<std::shared_ptr<const PreparedName>> madeHere;
@@ -390,7 +462,7 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
     const bool isInserting = limit <= detail::insertionLimit;
     kept.reserve(size_t(isInserting ? limit + 1 : files.size()));
 
-    for (qsizetype index = 0; index < files.size(); ++index) {
+    auto consider = [&](qsizetype index) {
         const IndexedFile &file = files[index];
         const PreparedName *name = file.prepared.get();
         if (!isCurrent(name, file.displayName)) {
@@ -399,21 +471,34 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
         }
         const std::optional<double> score = detail::score(prepared, *name);
         if (!score)
-            continue;
+            return;
+        hitIndices.push_back(int32_t(index));
         const Hit hit{*score, index, name};
         if (!isInserting) {
             kept.push_back(hit);
-            continue;
+            return;
         }
         if (qsizetype(kept.size()) == limit && !keys.isBefore(hit, kept.back()))
-            continue;
+            return;
         auto place = kept.end();
         while (place != kept.begin() && keys.isBefore(hit, *(place - 1)))
             --place;
         kept.insert(place, hit);
         if (qsizetype(kept.size()) > limit)
             kept.pop_back();
+    };
+    if (isNarrowing) {
+        for (const int32_t index : last.hits)
+            consider(index);
+    } else {
+        for (qsizetype index = 0; index < files.size(); ++index)
+            consider(index);
     }
+    last.files = files;
+    last.queryIds = prepared.ids;
+    last.hits = std::move(hitIndices);
+    last.isValid = true;
+
     if (!isInserting) {
         // The list index breaks every tie, so the order is that of a stable sort.
         const auto isBefore = [&keys](const Hit &a, const Hit &b) { return keys.isBefore(a, b); };

@@ -4,6 +4,7 @@
 #include <QString>
 #include <QStringView>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -12,10 +13,10 @@
 
 namespace pindle::detail {
 
-// What the search needs of a display name, worked out once. Characters are described by
-// integer ids of their lowercased form (a plain ASCII character is its own code; every other
-// character an interned number, the same for canonically equivalent ones) and a flags byte each
-// (position bonus, letter), in the layout the match kernel reads.
+// What the search needs of a display name, worked out once. A plain ASCII name is read in
+// place from its text. Any other name is described per character: an integer id of its
+// lowercased form (a plain ASCII character is its own code, every other character an interned
+// number, the same for canonically equivalent ones) and a flags byte (position bonus, letter).
 struct PreparedName
 {
     QString name;            // the text prepared, to notice a record whose name was changed
@@ -24,11 +25,10 @@ struct PreparedName
     int32_t count = 0;       // characters of the name
     bool isMatchable = true; // false when lowercasing merged characters
     bool isAscii = true;
-    // Plain ASCII names: count lowered bytes, then count flags. Others: count flags.
-    std::unique_ptr<uint8_t[]> bytes;
-    std::unique_ptr<uint32_t[]> ids; // other names only
-
-    const uint8_t *flags() const { return isAscii ? bytes.get() + count : bytes.get(); }
+    const uint32_t *ids = nullptr;  // other names only, count entries
+    const uint8_t *flags = nullptr; // other names only, count entries
+    // Where ids and flags live when they are not stored beside the record.
+    std::unique_ptr<std::byte[]> ownStorage;
 };
 
 // Analyses a display name once, so that searches need not redo it per key stroke. collationKey

@@ -86,19 +86,42 @@ std::vector<qsizetype> clusterBoundaries(QStringView text)
     if (text.isEmpty())
         return boundaries;
     icu::BreakIterator *breaks = characterBreaks();
-    UErrorCode status = U_ZERO_ERROR;
-    UText wrapped = UTEXT_INITIALIZER;
-    utext_openUChars(&wrapped, icuChars(text), text.size(), &status);
-    if (breaks == nullptr || U_FAILURE(status)) {
+    if (breaks == nullptr) {
         // Without ICU data every code unit stands alone; never reached on a working install.
         for (qsizetype i = 1; i <= text.size(); ++i)
             boundaries.push_back(i);
         return boundaries;
     }
-    breaks->setText(&wrapped, status);
-    for (int32_t at = breaks->next(); at != icu::BreakIterator::DONE; at = breaks->next())
-        boundaries.push_back(at);
-    utext_close(&wrapped);
+    // Between two ASCII characters, the first not CR, there is always a boundary, and no rule
+    // looks across it (every rule with a longer context needs non-ASCII characters on both
+    // sides). So the text is cut there, and only stretches longer than one character, which
+    // hold something beyond ASCII or a CR, are given to the break iterator.
+    const char16_t *units = reinterpret_cast<const char16_t *>(text.utf16());
+    const qsizetype size = text.size();
+    qsizetype spanStart = 0;
+    for (qsizetype at = 1; at <= size; ++at) {
+        if (at < size && !(units[at - 1] < 0x80 && units[at - 1] != u'\r' && units[at] < 0x80))
+            continue;
+        if (at - spanStart == 1) {
+            boundaries.push_back(at);
+        } else {
+            UErrorCode status = U_ZERO_ERROR;
+            UText wrapped = UTEXT_INITIALIZER;
+            utext_openUChars(&wrapped, icuChars(text.sliced(spanStart, at - spanStart)),
+                             at - spanStart, &status);
+            breaks->setText(&wrapped, status);
+            if (U_FAILURE(status)) {
+                for (qsizetype i = spanStart + 1; i <= at; ++i)
+                    boundaries.push_back(i);
+            } else {
+                for (int32_t next = breaks->next(); next != icu::BreakIterator::DONE;
+                     next = breaks->next())
+                    boundaries.push_back(spanStart + next);
+            }
+            utext_close(&wrapped);
+        }
+        spanStart = at;
+    }
     return boundaries;
 }
 

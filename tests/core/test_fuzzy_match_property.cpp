@@ -5,6 +5,7 @@
 #include "core/Unicode.h"
 
 #include <gtest/gtest.h>
+#include <unicode/brkiter.h>
 
 #include <functional>
 #include <optional>
@@ -223,6 +224,39 @@ TEST(UnicodeCharacterTests, followTheCaseAndLetterDefinitions)
         EXPECT_EQ(Unicode::isLowercase(c.character), c.isLowercase);
         EXPECT_EQ(Unicode::isUppercase(c.character), c.isUppercase);
         EXPECT_EQ(Unicode::isLetter(c.character), c.isLetter);
+    }
+}
+
+// Boundaries from ICU's iterator run over the whole text, to check the shortcuts the helper
+// takes around ASCII.
+std::vector<qsizetype> wholeTextBoundaries(const QString &text)
+{
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::BreakIterator> breaks(
+        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    const icu::UnicodeString source(false, reinterpret_cast<const char16_t *>(text.utf16()),
+                                    int32_t(text.size()));
+    breaks->setText(source);
+    std::vector<qsizetype> result{0};
+    for (int32_t at = breaks->next(); at != icu::BreakIterator::DONE; at = breaks->next())
+        result.push_back(at);
+    return result;
+}
+
+TEST(UnicodeText, segmentsLikeTheWholeTextIterator)
+{
+    std::mt19937 random(99);
+    std::vector<QString> all = pieces();
+    for (const char16_t *extra : {u"\u200D", u"\U0001F1E9", u"\U0001F1EA", u"\u0600", u"\n",
+                                  u"\r", u"\u1100", u"\u1161", u"\u0903", u"\U0001F468"})
+        all.push_back(QString::fromUtf16(extra));
+    for (int round = 0; round < 3000; ++round) {
+        QString text;
+        const int length = int(random() % 10);
+        for (int i = 0; i < length; ++i)
+            text += all[random() % all.size()];
+        SCOPED_TRACE(text.toStdString());
+        ASSERT_EQ(Unicode::clusterBoundaries(text), wholeTextBoundaries(text));
     }
 }
 
