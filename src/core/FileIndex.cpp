@@ -7,13 +7,13 @@
 
 #include <QDir>
 #include <QFile>
+#include <QStringDecoder>
 
 #include <algorithm>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
-#include <numeric>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -26,13 +26,26 @@ namespace {
 // Shortcut files are shown without these extensions (compared lower-cased).
 constexpr QLatin1StringView strippedExtensions[] = {"webloc"_L1, "url"_L1, "inetloc"_L1};
 
-QString displayNameOf(const QString &fileName)
+QString displayNameOf(QStringView fileName)
 {
     for (QLatin1StringView extension : strippedExtensions) {
         if (ShortcutFormat::hasExtension(fileName, extension))
-            return fileName.first(fileName.size() - extension.size() - 1);
+            return fileName.first(fileName.size() - extension.size() - 1).toString();
     }
-    return fileName;
+    return fileName.toString();
+}
+
+// folder + name in one allocation. Names that are not UTF-8 get replacement characters, as
+// anywhere else in Qt; such a file is listed, though its URL can't name it exactly.
+QString pathOf(QStringView folder, const char *name)
+{
+    const QByteArrayView bytes(name);
+    QString path(folder.size() + bytes.size(), Qt::Uninitialized);
+    std::copy(folder.begin(), folder.end(), path.begin());
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    const QChar *end = decoder.appendToBuffer(path.data() + folder.size(), bytes);
+    path.truncate(end - path.constData());
+    return path;
 }
 
 struct DirectoryCloser
@@ -58,6 +71,21 @@ struct Listed
     QString displayName;
     QByteArray sortKey;
 };
+
+// The sort compares the keys' first bytes as one number and looks further only on a tie.
+struct SortEntry
+{
+    quint64 keyPrefix;
+    quint32 index;
+};
+
+quint64 prefixOf(const QByteArray &key)
+{
+    quint64 prefix = 0;
+    for (qsizetype i = 0; i < 8; ++i)
+        prefix = (prefix << 8) | (i < key.size() ? quint8(key[i]) : 0);
+    return prefix;
+}
 
 } // namespace
 
@@ -92,6 +120,7 @@ QList<IndexedFile> scan()
 
     const QString prefix = folderPath.endsWith(u'/') ? folderPath : folderPath + u'/';
     std::vector<Listed> listed;
+    listed.reserve(256);
     for (;;) {
         errno = 0;
         const dirent *entry = ::readdir(listing.get());
@@ -103,23 +132,27 @@ QList<IndexedFile> scan()
         // Hidden names, and "." and "..".
         if (entry->d_name[0] == '.' || !isRegularFile(::dirfd(listing.get()), *entry))
             continue;
-        const QString name = QFile::decodeName(entry->d_name);
-        QString displayName = displayNameOf(name);
+        const QString path = pathOf(prefix, entry->d_name);
+        QString displayName = displayNameOf(QStringView(path).sliced(prefix.size()));
         QByteArray sortKey = Collation::sortKey(displayName);
-        listed.push_back(
-            {QUrl::fromLocalFile(prefix + name), std::move(displayName), std::move(sortKey)});
+        listed.push_back({QUrl::fromLocalFile(path), std::move(displayName), std::move(sortKey)});
     }
 
     // Sorting positions rather than the records saves moving URLs and strings around.
-    std::vector<quint32> order(listed.size());
-    std::iota(order.begin(), order.end(), 0);
-    std::ranges::stable_sort(
-        order, [&](quint32 a, quint32 b) { return listed[a].sortKey < listed[b].sortKey; });
+    std::vector<SortEntry> order;
+    order.reserve(listed.size());
+    for (quint32 i = 0; i < listed.size(); ++i)
+        order.push_back({prefixOf(listed[i].sortKey), i});
+    std::ranges::stable_sort(order, [&](const SortEntry &a, const SortEntry &b) {
+        if (a.keyPrefix != b.keyPrefix)
+            return a.keyPrefix < b.keyPrefix;
+        return listed[a.index].sortKey < listed[b.index].sortKey;
+    });
 
     QList<IndexedFile> files;
     files.reserve(qsizetype(listed.size()));
-    for (quint32 index : order) {
-        Listed &entry = listed[index];
+    for (const SortEntry &sorted : order) {
+        Listed &entry = listed[sorted.index];
         auto prepared = detail::prepareName(entry.displayName, std::move(entry.sortKey));
         files.append({std::move(entry.url), std::move(entry.displayName), std::move(prepared)});
     }

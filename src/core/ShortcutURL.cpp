@@ -11,12 +11,14 @@ using namespace Qt::StringLiterals;
 namespace pindle::ShortcutURL {
 namespace {
 
-// Keyed by the file's path. An absent target is cached too, so a file that can't be read is
-// not tried again before the next scan.
+// Keyed by the file URL, which for local files stands for its path: the scan's records share
+// their URL with the cache, so neither a lookup nor emptying the cache copies or frees a path.
+// An absent target is cached too, so a file that can't be read is not tried again before the
+// next scan.
 struct Caches
 {
-    QHash<QString, std::optional<QString>> targets;
-    QHash<QString, QString> subtitles;
+    QHash<QUrl, std::optional<QString>> targets;
+    QHash<QUrl, QString> subtitles;
 };
 
 Caches &caches()
@@ -61,24 +63,22 @@ QString typeDescription(const QString &path)
 
 std::optional<QString> target(const QUrl &file)
 {
-    const QString path = file.toLocalFile();
     auto &targets = caches().targets;
-    if (const auto cached = targets.constFind(path); cached != targets.cend())
+    if (const auto cached = targets.constFind(file); cached != targets.cend())
         return *cached;
-    std::optional<QString> address = shortcutTarget(path);
-    targets.insert(path, address);
+    std::optional<QString> address = shortcutTarget(file.toLocalFile());
+    targets.insert(file, address);
     return address;
 }
 
 QString subtitle(const QUrl &file)
 {
-    const QString path = file.toLocalFile();
     auto &subtitles = caches().subtitles;
-    if (const auto cached = subtitles.constFind(path); cached != subtitles.cend())
+    if (const auto cached = subtitles.constFind(file); cached != subtitles.cend())
         return *cached;
     const std::optional<QString> address = target(file);
-    QString text = address ? *address : typeDescription(path);
-    subtitles.insert(path, text);
+    QString text = address ? *address : typeDescription(file.toLocalFile());
+    subtitles.insert(file, text);
     return text;
 }
 
