@@ -25,10 +25,7 @@ std::optional<QString> targetOf(const QString &name, const QByteArray &bytes)
 
 QByteArray xmlPlist(const QByteArray &root)
 {
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD "
-           "PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-           "<plist version=\"1.0\">" +
-           root + "</plist>\n";
+    return "<plist version=\"1.0\">" + root + "</plist>\n";
 }
 
 QByteArray binaryPlist(const QByteArray &xml)
@@ -45,8 +42,12 @@ QByteArray binaryPlist(const QByteArray &xml)
 }
 
 const QByteArray bom = "\xEF\xBB\xBF";
-const QByteArray webloc = xmlPlist("<dict><key>Other</key><integer>1</integer>"
-                                   "<key>URL</key><string>https://a/?b&amp;c</string></dict>");
+// As browsers write them.
+const QByteArray webloc = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC "
+                          "\"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/"
+                          "PropertyList-1.0.dtd\">\n" +
+                          xmlPlist("<dict><key>Other</key><integer>1</integer><key>URL</key>"
+                                   "<string>https://a/?b&amp;c</string></dict>");
 
 TEST(PropertyListReader, ReadsOnlyAStringUnderURLInARootDictionary)
 {
