@@ -76,10 +76,10 @@ bool mouseInRect(const QPointF &point, const QRectF &rect)
            point.y() <= rect.y() + rect.height();
 }
 
-QPainterPath roundedOutline(const QRectF &rect)
+QPainterPath roundedOutline(const QRectF &rect, double radius = cornerRadius)
 {
     QPainterPath path;
-    path.addRoundedRect(rect, cornerRadius, cornerRadius);
+    path.addRoundedRect(rect, radius, radius);
     return path;
 }
 
@@ -166,21 +166,25 @@ void KeyablePanel::paintEvent(QPaintEvent *)
     painter.setRenderHint(QPainter::Antialiasing);
     const bool dark = isDark(palette());
     QColor background = palette().color(QPalette::Window);
-    QColor border = dark ? QColor(255, 255, 255, 46) : QColor(0, 0, 0, 56);
+    const QColor border = dark ? QColor(255, 255, 255, 46) : QColor(0, 0, 0, 56);
     if (m_isTranslucent) {
         background.setAlphaF(dark ? 0.88f : 0.90f);
-    } else {
-        // The mask is one bit deep; paint its corner pixels in the border's shade so the cut
-        // edge blends into the outline.
-        QColor edge = background;
-        edge = QColor::fromRgbF(edge.redF() + (border.redF() - edge.redF()) * border.alphaF(),
-                                edge.greenF() + (border.greenF() - edge.greenF()) * border.alphaF(),
-                                edge.blueF() + (border.blueF() - edge.blueF()) * border.alphaF());
-        painter.fillRect(rect(), edge);
+        painter.setPen(QPen(border, 1));
+        painter.setBrush(background);
+        painter.drawPath(roundedOutline(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5)));
+        return;
     }
-    painter.setPen(QPen(border, 1));
-    painter.setBrush(background);
-    painter.drawPath(roundedOutline(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5)));
+    // The mask is one bit deep and cuts through an antialiased outline. So the whole window
+    // gets the border's shade and the background is laid inside it, one pixel in: whatever
+    // pixels the mask keeps at the corners read as the outline.
+    const float a = border.alphaF();
+    const QColor edge =
+        QColor::fromRgbF(background.redF() + (border.redF() - background.redF()) * a,
+                         background.greenF() + (border.greenF() - background.greenF()) * a,
+                         background.blueF() + (border.blueF() - background.blueF()) * a);
+    painter.fillRect(rect(), edge);
+    painter.fillPath(roundedOutline(QRectF(rect()).adjusted(1, 1, -1, -1), cornerRadius - 1),
+                     background);
 }
 
 void KeyablePanel::resizeEvent(QResizeEvent *event)
