@@ -35,14 +35,15 @@ QString displayNameOf(QStringView fileName)
     return fileName.toString();
 }
 
-// folder + name in one allocation. Names that are not UTF-8 get replacement characters, as
-// anywhere else in Qt; such a file is listed, though its URL can't name it exactly.
+// folder + name in one allocation. Bytes that are not UTF-8 become replacement characters, as
+// QFile::decodeName makes them: such a file is listed, though its URL can't name it exactly. A
+// leading byte-order mark is part of the name.
 QString pathOf(QStringView folder, const char *name)
 {
     const QByteArrayView bytes(name);
     QString path(folder.size() + bytes.size(), Qt::Uninitialized);
     std::copy(folder.begin(), folder.end(), path.begin());
-    QStringDecoder decoder(QStringDecoder::Utf8);
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom);
     const QChar *end = decoder.appendToBuffer(path.data() + folder.size(), bytes);
     path.truncate(end - path.constData());
     return path;
