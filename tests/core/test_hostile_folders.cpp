@@ -58,8 +58,8 @@ TEST(HostileFolder, NothingHangsCrashesOrHasATarget)
                                                      "</plist>");
     test::writeFile(inFolder(u"deep.inetloc"_qs), deepBinaryPlist(140000));
     QByteArray garbage(4096, Qt::Uninitialized);
-    QRandomGenerator::global()->fillRange(reinterpret_cast<quint32 *>(garbage.data()),
-                                          garbage.size() / 4);
+    QRandomGenerator(2024).fillRange(reinterpret_cast<quint32 *>(garbage.data()),
+                                     garbage.size() / 4);
     test::writeFile(inFolder(u"garbage.webloc"_qs), garbage);
     test::writeFile(inFolder(u"garbage.url"_qs), garbage);
     test::writeFile(inFolder(u"garbage.inetloc"_qs), "bplist00" + garbage);
