@@ -16,8 +16,10 @@
 # After e2e_start: DISPLAY names the private server (a free display number chosen by Xvfb, so
 # tests may run in parallel), HOME is an empty directory under E2E_TMP, and E2E_TMP is a private
 # directory removed at exit. e2e_spawn NAME CMD... runs CMD in the background with its output in
-# $E2E_TMP/NAME.out and NAME.err, its pid in E2E_PID (--stdin FILE feeds it); spawned processes, openbox and Xvfb are
-# killed at exit, on failure and on interruption. Tools used: Xvfb, openbox, xdotool, xprop.
+# $E2E_TMP/NAME.out and NAME.err and its pid in E2E_PID (--stdin FILE feeds it). Spawned
+# processes, openbox and Xvfb are killed at exit, on failure and on interruption. Call e2e_start
+# once per script. Sourcing turns on `set -uo pipefail` (not -e: e2e_check carries on after a
+# failed check). Tools used: Xvfb, openbox, xdotool, xprop.
 
 set -uo pipefail
 
