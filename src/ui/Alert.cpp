@@ -1,12 +1,15 @@
 #include "ui/Alert.h"
 
 #include <QApplication>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
 
 namespace pindle::ui {
 namespace {
+
+constexpr int informativeMinimumWidth = 300;
 
 std::optional<int> g_nextAnswer;
 std::optional<Alert> g_lastAlert;
@@ -43,6 +46,15 @@ QMessageBox *Alert::makeBox(QWidget *parent) const
     box->setText(messageText);
     box->setInformativeText(informativeText);
     box->setTextFormat(Qt::PlainText);
+    // The question stands out from its explanation, as alerts on other desktops do.
+    if (auto *message = box->findChild<QLabel *>(QStringLiteral("qt_msgbox_label"))) {
+        QFont bold = message->font();
+        bold.setBold(true);
+        message->setFont(bold);
+    }
+    // QMessageBox wraps a short informative line into a narrow column; give it room for one.
+    if (auto *informative = box->findChild<QLabel *>(QStringLiteral("qt_msgbox_informativelabel")))
+        informative->setMinimumWidth(informativeMinimumWidth);
     for (qsizetype i = 0; i < m_buttons.size(); ++i) {
         const QString &title = m_buttons[i];
         const bool cancels = title == QStringLiteral("Cancel");
