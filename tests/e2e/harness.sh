@@ -14,8 +14,8 @@
 #     e2e_finish                         # exit status 0 when every e2e_check passed
 #
 # After e2e_start: DISPLAY names the private server (a free display number chosen by Xvfb, so
-# tests may run in parallel), HOME is an empty directory under E2E_TMP, and E2E_TMP is a private
-# directory removed at exit. e2e_spawn NAME CMD... runs CMD in the background with its output in
+# tests may run in parallel), HOME and XDG_RUNTIME_DIR are empty directories under E2E_TMP, and
+# E2E_TMP is a private directory removed at exit. e2e_spawn NAME CMD... runs CMD in the background with its output in
 # $E2E_TMP/NAME.out and NAME.err and its pid in E2E_PID (--stdin FILE feeds it). Spawned
 # processes, openbox and Xvfb are killed at exit, on failure and on interruption. Call e2e_start
 # once per script. Sourcing turns on `set -uo pipefail` (not -e: e2e_check carries on after a
@@ -77,8 +77,9 @@ e2e_start() {
     e2e_wait_for 20 grep -q '^[0-9]' "$E2E_TMP/display" ||
         e2e_fail "Xvfb did not start: $(cat "$E2E_TMP/xvfb.log")"
     export DISPLAY=":$(head -n1 "$E2E_TMP/display")"
-    export HOME="$E2E_TMP/home"
-    mkdir -p "$HOME"
+    export HOME="$E2E_TMP/home" XDG_RUNTIME_DIR="$E2E_TMP/runtime"
+    mkdir -p "$HOME" "$XDG_RUNTIME_DIR"
+    chmod 700 "$XDG_RUNTIME_DIR"
     unset WAYLAND_DISPLAY XDG_SESSION_TYPE
     export QT_QPA_PLATFORM=xcb
 

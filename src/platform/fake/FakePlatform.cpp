@@ -48,7 +48,7 @@ OSStatus FakeHotKeyService::unregisterEventHotKey(EventHotKeyRef ref)
 {
     ++unregisterCount;
     return m_registrations.remove(reinterpret_cast<std::uintptr_t>(ref)) ? noErr
-                                                                          : eventHotKeyInvalidErr;
+                                                                         : eventHotKeyInvalidErr;
 }
 
 bool FakeHotKeyService::press(std::uint32_t keyCode, std::uint32_t modifiers)

@@ -24,8 +24,8 @@ public:
     OSStatus installEventHandler(EventHandlerProc handler, void *userData,
                                  EventHandlerRef *outRef) override;
     OSStatus removeEventHandler(EventHandlerRef ref) override;
-    OSStatus registerEventHotKey(std::uint32_t keyCode, std::uint32_t modifiers,
-                                 EventHotKeyID id, EventHotKeyRef *outRef) override;
+    OSStatus registerEventHotKey(std::uint32_t keyCode, std::uint32_t modifiers, EventHotKeyID id,
+                                 EventHotKeyRef *outRef) override;
     OSStatus unregisterEventHotKey(EventHotKeyRef ref) override;
 
     // Delivers a press of a registered combination to the handler, as the X server would.
