@@ -69,6 +69,8 @@ void CreatorController::buildFields(QWidget *header)
 
 void CreatorController::show(const QString &url)
 {
+    // The old list goes first, so a rescan of a large folder never holds two lists at once.
+    files.clear();
     files = FileIndex::scan();
     m_nameField->clear();
     m_urlField->setText(Text::trimmedWhitespaceAndNewlines(url));

@@ -66,6 +66,8 @@ void LauncherController::buildField(QWidget *header)
 
 void LauncherController::show()
 {
+    // The old list goes first, so a rescan of a large folder never holds two lists at once.
+    files.clear();
     files = FileIndex::scan();
     m_textField->clear();
     updateResults();
