@@ -126,7 +126,8 @@ int32_t findBackward(const AsciiName<Unit> &name, int32_t to, uint32_t id)
 
 template <typename Name>
 std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int32_t m,
-                                    KernelScratch &s, QList<qsizetype> *positions)
+                                    KernelScratch &s, QList<qsizetype> *positions,
+                                    int32_t mustReach)
 {
     const int32_t n = name.count;
     if (m <= 0 || n < m)
@@ -137,8 +138,12 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
         // afterSeparatorBonus, so once that could no longer beat the best, the rest is skipped.
         int32_t best = none;
         int32_t bestAt = -1;
-        for (int32_t j = findForward(name, 0, n, query[0]); j >= 0;
-             j = findForward(name, j + 1, n, query[0])) {
+        const int32_t first = findForward(name, 0, n, query[0]);
+        if (first < 0)
+            return std::nullopt;
+        if ((first == 0 ? startBonus : afterSeparatorBonus - first) < mustReach)
+            return KernelOutcome{.isPruned = true};
+        for (int32_t j = first; j >= 0; j = findForward(name, j + 1, n, query[0])) {
             const int32_t total = (flagsAt(name, j) & bonusMask) - j;
             if (total > best) {
                 best = total;
@@ -167,6 +172,11 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
             return std::nullopt;
         s.low[size_t(i)] = at++;
     }
+    const auto isOutOfReach = [&](int32_t rowBest, int32_t row) {
+        return rowBest + maximalStep * (m - 1 - row) < mustReach;
+    };
+    if (isOutOfReach(s.low[0] == 0 ? startBonus : afterSeparatorBonus - s.low[0], 0))
+        return KernelOutcome{.isPruned = true};
     at = n;
     for (int32_t i = m - 1; i >= 0; --i)
         s.high[size_t(i)] = at = findBackward(name, at, query[i]);
@@ -184,12 +194,16 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
     // First row: any occurrence, paying for the characters before it.
     s.rowBegin[0] = 0;
     ensureCells(size_t(n));
+    int32_t rowBest = none;
     for (int32_t j = s.low[0]; j >= 0; j = findForward(name, j + 1, s.high[0] + 1, query[0])) {
         s.cellAt[cells] = j;
         s.cellTotal[cells] = (flagsAt(name, j) & bonusMask) - j;
         s.cellFrom[cells] = -1;
+        rowBest = std::max(rowBest, s.cellTotal[cells]);
         ++cells;
     }
+    if (isOutOfReach(rowBest, 0))
+        return KernelOutcome{.isPruned = true};
 
     if (s.queueAt.size() < size_t(n)) {
         s.queueAt.resize(size_t(n));
@@ -197,6 +211,17 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
     }
     int32_t *queueAt = s.queueAt.data();
     int32_t *queueValue = s.queueValue.data();
+
+    // The last letter before each position from the first match on; letters before that one
+    // evict no source, as every source lies at or after it.
+    if (s.lastLetters.size() < size_t(n))
+        s.lastLetters.resize(size_t(n));
+    int32_t *lastLetters = s.lastLetters.data();
+    for (int32_t j = s.low[0], letter = 0; j < n; ++j) {
+        lastLetters[j] = letter;
+        if (isLetterAt(name, j))
+            letter = j;
+    }
 
     for (int32_t i = 1; i < m; ++i) {
         // Without tracing only the previous row is needed, so rows overwrite each other.
@@ -215,13 +240,11 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
 
         int32_t best = none;
         int32_t bestAt = -1;
+        rowBest = none;
         int32_t head = 0;
         int32_t tail = 0;
         size_t source = previousBegin;
         const int32_t firstSource = sourceAt[previousBegin];
-        // No source lies before firstSource, so a last letter before it evicts nothing.
-        int32_t lastLetter = firstSource;
-        int32_t scanned = firstSource;
         const uint32_t wanted = query[i];
         const int32_t stop = s.high[size_t(i)] + 1;
         for (int32_t j =
@@ -241,10 +264,7 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
                 ++tail;
                 ++source;
             }
-            for (; scanned < j; ++scanned)
-                if (isLetterAt(name, scanned))
-                    lastLetter = scanned;
-            while (tail > head && queueAt[head] < lastLetter)
+            while (tail > head && queueAt[head] < lastLetters[j])
                 ++head;
 
             int32_t total = none;
@@ -266,12 +286,15 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
                 continue;
             targetAt[write] = j;
             targetTotal[write] = total + (flagsAt(name, j) & bonusMask);
+            rowBest = std::max(rowBest, targetTotal[write]);
             if (tracing)
                 targetFrom[write] = from;
             ++write;
         }
         if (write == previousEnd)
             return std::nullopt;
+        if (isOutOfReach(rowBest, i))
+            return KernelOutcome{.isPruned = true};
         if (tracing) {
             s.rowBegin[size_t(i)] = int32_t(previousEnd);
             cells = write;
@@ -320,16 +343,18 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
 
 template <typename Name>
 std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, int32_t m,
-                                       KernelScratch &scratch, QList<qsizetype> *positions)
+                                       KernelScratch &scratch, QList<qsizetype> *positions,
+                                       int32_t mustReach)
 {
-    return kernel(name, query, m, scratch, positions);
+    return kernel(name, query, m, scratch, positions, mustReach);
 }
 
 template std::optional<KernelOutcome> runKernel(const AsciiName<char16_t> &, const uint32_t *,
-                                                int32_t, KernelScratch &, QList<qsizetype> *);
+                                                int32_t, KernelScratch &, QList<qsizetype> *,
+                                                int32_t);
 template std::optional<KernelOutcome> runKernel(const AsciiName<char> &, const uint32_t *, int32_t,
-                                                KernelScratch &, QList<qsizetype> *);
+                                                KernelScratch &, QList<qsizetype> *, int32_t);
 template std::optional<KernelOutcome> runKernel(const InternedName &, const uint32_t *, int32_t,
-                                                KernelScratch &, QList<qsizetype> *);
+                                                KernelScratch &, QList<qsizetype> *, int32_t);
 
 } // namespace pindle::detail

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -95,28 +96,39 @@ struct KernelScratch
     std::vector<int32_t> low, high, rowBegin;
     std::vector<int32_t> cellAt, cellTotal, cellFrom;
     std::vector<int32_t> queueAt, queueValue;
+    std::vector<int32_t> lastLetters;
 };
 
 struct KernelOutcome
 {
     int32_t total = 0; // M, in half points
     int32_t end = 0;
+    // The name was left before its total was known, as no alignment could reach the total
+    // asked for; it may or may not match.
+    bool isPruned = false;
 };
 
+// No alignment gains more than this per query character after the first.
+inline constexpr int32_t maximalStep = consecutiveBonus + afterSeparatorBonus;
+
 // The best allowed alignment of the query (m ids) in the name, or nothing. With positions
-// given, also traces it back (one index per query character).
+// given, also traces it back (one index per query character). Names that pass the quick
+// rejection but cannot reach a total of mustReach may come back pruned.
 template <typename Name>
 std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, int32_t m,
                                        KernelScratch &scratch,
-                                       QList<qsizetype> *positions = nullptr);
+                                       QList<qsizetype> *positions = nullptr,
+                                       int32_t mustReach = std::numeric_limits<int32_t>::min());
 
 extern template std::optional<KernelOutcome> runKernel(const AsciiName<char16_t> &,
                                                        const uint32_t *, int32_t, KernelScratch &,
-                                                       QList<qsizetype> *);
-extern template std::optional<KernelOutcome>
-runKernel(const AsciiName<char> &, const uint32_t *, int32_t, KernelScratch &, QList<qsizetype> *);
-extern template std::optional<KernelOutcome>
-runKernel(const InternedName &, const uint32_t *, int32_t, KernelScratch &, QList<qsizetype> *);
+                                                       QList<qsizetype> *, int32_t);
+extern template std::optional<KernelOutcome> runKernel(const AsciiName<char> &, const uint32_t *,
+                                                       int32_t, KernelScratch &, QList<qsizetype> *,
+                                                       int32_t);
+extern template std::optional<KernelOutcome> runKernel(const InternedName &, const uint32_t *,
+                                                       int32_t, KernelScratch &, QList<qsizetype> *,
+                                                       int32_t);
 
 inline double finalScore(int32_t total, int32_t n)
 {

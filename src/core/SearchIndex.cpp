@@ -11,8 +11,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <unordered_map>
@@ -183,15 +185,24 @@ bool couldMatch(const PreparedQuery &query, const PreparedName &name)
 }
 
 std::optional<KernelOutcome> runPrepared(const PreparedQuery &query, const PreparedName &name,
-                                         QList<qsizetype> *positions = nullptr)
+                                         QList<qsizetype> *positions = nullptr,
+                                         int32_t mustReach = std::numeric_limits<int32_t>::min())
 {
     const auto m = int32_t(query.ids.size());
     if (name.isAscii)
-        return runKernel(
-            AsciiName<char16_t>{reinterpret_cast<const char16_t *>(name.name.utf16()), name.count},
-            query.ids.data(), m, scratch(), positions);
+        return runKernel(AsciiName<char>{name.text, name.count}, query.ids.data(), m, scratch(),
+                         positions, mustReach);
     return runKernel(InternedName{name.ids, name.flags, name.count}, query.ids.data(), m, scratch(),
-                     positions);
+                     positions, mustReach);
+}
+
+// The least total, in half points, of a name of n characters whose score could still equal
+// score, with a half point to spare for rounding.
+int32_t lowestTotalFor(double score, int32_t n)
+{
+    const double total = std::floor(2 * (score + lengthPenalty * n)) - 1;
+    return int32_t(std::clamp(total, double(std::numeric_limits<int32_t>::min()),
+                              double(std::numeric_limits<int32_t>::max())));
 }
 
 // Prepared names are stored in large blocks, each shared by the names in it: records from the
@@ -279,7 +290,11 @@ std::shared_ptr<const PreparedName> prepareName(const QString &displayName, QByt
     std::byte *arrays = nullptr;
     std::shared_ptr<PreparedName> prepared;
     if (isPlainAscii(displayName)) {
-        prepared = newPreparedName(0, arrays);
+        prepared = newPreparedName(size_t(displayName.size()), arrays);
+        auto *text = reinterpret_cast<char *>(arrays);
+        const char16_t *units = reinterpret_cast<const char16_t *>(displayName.utf16());
+        std::copy(units, units + displayName.size(), text);
+        prepared->text = text;
         prepareAscii(*prepared, displayName);
     } else {
         thread_local UnicodeDescription description;
@@ -423,13 +438,51 @@ bool isCurrent(const PreparedName *prepared, const QString &displayName)
     return prepared->name == displayName;
 }
 
-// The last search on this thread, for narrowing the next one.
-struct LastSearch
+// What a search reads of each record, side by side so that a scan of the whole list streams
+// through little memory.
+struct IndexEntry
+{
+    uint64_t mask;
+    int32_t count;
+    bool isMatchable;
+    const PreparedName *name;
+};
+
+// The list searched last on this thread, with its dense index and the candidates of the last
+// query. The list is kept referenced, so the same data pointer means the same, unchanged
+// records: a list shared with this copy detaches before any change.
+struct ListIndex
 {
     QList<IndexedFile> files;
-    std::vector<uint32_t> queryIds;
-    std::vector<int32_t> hits; // indices into files of every match, in list order
-    bool isValid = false;
+    std::vector<IndexEntry> entries;
+    // Prepared here for records made without prepared data, or renamed since.
+    std::vector<std::shared_ptr<const PreparedName>> preparedHere;
+    std::vector<uint32_t> lastQuery;
+    // Every name that passed the quick rejection of lastQuery, in list order.
+    std::vector<int32_t> lastCandidates;
+    bool hasLastQuery = false;
+
+    bool isFor(const QList<IndexedFile> &list) const
+    {
+        return files.constData() == list.constData() && files.size() == list.size();
+    }
+
+    void rebuild(const QList<IndexedFile> &list)
+    {
+        files = list;
+        entries.clear();
+        entries.reserve(size_t(list.size()));
+        preparedHere.clear();
+        hasLastQuery = false;
+        for (const IndexedFile &file : list) {
+            const PreparedName *name = file.prepared.get();
+            if (!isCurrent(name, file.displayName)) {
+                preparedHere.push_back(detail::prepareName(file.displayName, {}));
+                name = preparedHere.back().get();
+            }
+            entries.push_back({name->mask, name->count, name->isMatchable, name});
+        }
+    }
 };
 
 } // namespace
@@ -440,40 +493,41 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
     if (trimmed.isEmpty() || limit <= 0)
         return {};
     const detail::PreparedQuery prepared = detail::prepareQuery(trimmed);
+    const auto m = int32_t(prepared.ids.size());
 
-    // While typing, each query usually extends the last one over the same list: then only the
-    // names that matched before can match now (an alignment of the longer query begins with
-    // one of the shorter). The list is kept referenced, so the same data pointer means the
-    // same, unchanged records: any change to a shared list detaches it first.
-    thread_local LastSearch last;
+    thread_local ListIndex index;
+    if (!index.isFor(files))
+        index.rebuild(files);
+    // While typing, each query usually extends the last one: then only the names that passed
+    // before can pass now (an alignment of the longer query begins with one of the shorter).
     const bool isNarrowing =
-        last.isValid && last.files.constData() == files.constData() &&
-        last.files.size() == files.size() && last.queryIds.size() <= prepared.ids.size() &&
-        std::equal(last.queryIds.begin(), last.queryIds.end(), prepared.ids.begin());
-    std::vector<int32_t> hitIndices;
-    if (isNarrowing)
-        hitIndices.reserve(last.hits.size());
+        index.hasLastQuery && index.lastQuery.size() <= prepared.ids.size() &&
+        std::equal(index.lastQuery.begin(), index.lastQuery.end(), prepared.ids.begin());
+    std::vector<int32_t> candidates;
+    candidates.reserve(isNarrowing ? index.lastCandidates.size() : 1024);
 
-    // Records made without prepared data, or whose name changed since, are prepared here and
-    // kept alive for the rest of the search.
-    std::vector<std::shared_ptr<const PreparedName>> madeHere;
     CollationKeys keys;
     std::vector<Hit> kept;
     const bool isInserting = limit <= detail::insertionLimit;
     kept.reserve(size_t(isInserting ? limit + 1 : files.size()));
 
-    auto consider = [&](qsizetype index) {
-        const IndexedFile &file = files[index];
-        const PreparedName *name = file.prepared.get();
-        if (!isCurrent(name, file.displayName)) {
-            madeHere.push_back(detail::prepareName(file.displayName, {}));
-            name = madeHere.back().get();
-        }
-        const std::optional<double> score = detail::score(prepared, *name);
-        if (!score)
+    auto consider = [&](int32_t at) {
+        const IndexEntry &entry = index.entries[size_t(at)];
+        if (!entry.isMatchable || entry.count < m || (prepared.mask & ~entry.mask) != 0)
             return;
-        hitIndices.push_back(int32_t(index));
-        const Hit hit{*score, index, name};
+        // Once the kept rows are full, a name that cannot even tie the last of them needs no
+        // exact total; it stays a candidate for narrowing all the same.
+        int32_t mustReach = std::numeric_limits<int32_t>::min();
+        if (isInserting && qsizetype(kept.size()) == limit)
+            mustReach = detail::lowestTotalFor(kept.back().score, entry.count);
+        const std::optional<detail::KernelOutcome> outcome =
+            detail::runPrepared(prepared, *entry.name, nullptr, mustReach);
+        if (!outcome)
+            return;
+        candidates.push_back(at);
+        if (outcome->isPruned)
+            return;
+        const Hit hit{detail::finalScore(outcome->total, entry.count), at, entry.name};
         if (!isInserting) {
             kept.push_back(hit);
             return;
@@ -488,16 +542,15 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
             kept.pop_back();
     };
     if (isNarrowing) {
-        for (const int32_t index : last.hits)
-            consider(index);
+        for (const int32_t at : index.lastCandidates)
+            consider(at);
     } else {
-        for (qsizetype index = 0; index < files.size(); ++index)
-            consider(index);
+        for (int32_t at = 0; at < int32_t(index.entries.size()); ++at)
+            consider(at);
     }
-    last.files = files;
-    last.queryIds = prepared.ids;
-    last.hits = std::move(hitIndices);
-    last.isValid = true;
+    index.lastQuery = prepared.ids;
+    index.lastCandidates = std::move(candidates);
+    index.hasLastQuery = true;
 
     if (!isInserting) {
         // The list index breaks every tie, so the order is that of a stable sort.

@@ -13,10 +13,11 @@
 
 namespace pindle::detail {
 
-// What the search needs of a display name, worked out once. A plain ASCII name is read in
-// place from its text. Any other name is described per character: an integer id of its
-// lowercased form (a plain ASCII character is its own code, every other character an interned
-// number, the same for canonically equivalent ones) and a flags byte (position bonus, letter).
+// What the search needs of a display name, worked out once. A plain ASCII name is kept as
+// bytes, next to the other names, so that a search streams through memory. Any other name is
+// described per character: an integer id of its lowercased form (a plain ASCII character is its own
+// code, every other character an interned number, the same for canonically equivalent ones) and a
+// flags byte (position bonus, letter).
 struct PreparedName
 {
     QString name;            // the text prepared, to notice a record whose name was changed
@@ -25,9 +26,10 @@ struct PreparedName
     int32_t count = 0;       // characters of the name
     bool isMatchable = true; // false when lowercasing merged characters
     bool isAscii = true;
+    const char *text = nullptr;     // plain ASCII names: the characters as bytes
     const uint32_t *ids = nullptr;  // other names only, count entries
     const uint8_t *flags = nullptr; // other names only, count entries
-    // Where ids and flags live when they are not stored beside the record.
+    // Where text, ids and flags live when they are not stored beside the record.
     std::unique_ptr<std::byte[]> ownStorage;
 };
 

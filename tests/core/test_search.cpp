@@ -265,6 +265,24 @@ TEST(SearchRanking, highlightsTheCurrentNameWhenTheRecordWasRenamed)
     EXPECT_EQ(FileIndex::search(u"beta"_qs, {file}, 8).size(), 1);
 }
 
+TEST(SearchRanking, followsChangesToTheListBetweenKeyStrokes)
+{
+    QList<IndexedFile> files = preparedList({u"Alpha"_qs, u"Beta"_qs});
+    EXPECT_EQ(namesOf(FileIndex::search(u"a"_qs, files, 8)),
+              (QStringList{u"Alpha"_qs, u"Beta"_qs}));
+    // Renamed in place while the query grows: the new name counts, not what was prepared.
+    files[1].displayName = u"Gamma"_qs;
+    EXPECT_EQ(namesOf(FileIndex::search(u"am"_qs, files, 8)), QStringList{u"Gamma"_qs});
+    // A record added while the query grows is searched too.
+    files.push_back(prepared(u"Amber"_qs, 2));
+    EXPECT_EQ(namesOf(FileIndex::search(u"amb"_qs, files, 8)), QStringList{u"Amber"_qs});
+    // The same names in another list, searched with a shorter query and then a longer one.
+    const QList<IndexedFile> other = preparedList({u"Beta"_qs, u"Alpha"_qs});
+    EXPECT_EQ(namesOf(FileIndex::search(u"a"_qs, other, 8)),
+              (QStringList{u"Alpha"_qs, u"Beta"_qs}));
+    EXPECT_EQ(namesOf(FileIndex::search(u"b"_qs, other, 8)), QStringList{u"Beta"_qs});
+}
+
 // URL matching over shortcut files written into the shortcut folder.
 class UrlMatching : public testing::Test
 {
