@@ -1,13 +1,11 @@
 #pragma once
 
 // A minimal mode over PanelController for the panel tests: it lists every file, selects the
-// first one, and logs what the panel asked of it into a log that outlives it.
+// first, and logs what the panel asked of it into a log that outlives it.
 
 #include "platform/fake/FakePlatform.h"
 #include "ui/PanelController.h"
 
-#include <QString>
-#include <QUrl>
 #include <QWidget>
 
 #include <memory>
@@ -27,21 +25,20 @@ class TestMode : public ui::PanelController
 {
 public:
     TestMode(double headerHeight, std::shared_ptr<ModeLog> log)
-        : PanelController(new QWidget, headerHeight), m_log(std::move(log))
+        : PanelController(new QWidget, headerHeight), log(std::move(log))
     {}
-
     using PanelController::positionWindow;
     using PanelController::present;
 
     void hide(bool restoringFocus) override
     {
         PanelController::hide(restoringFocus);
-        m_log->hides.append(restoringFocus);
+        log->hides.append(restoringFocus);
     }
-    void rowClicked(qsizetype index) override { m_log->clicks.append(index); }
+    void rowClicked(qsizetype index) override { log->clicks.append(index); }
     void updateResults() override
     {
-        ++m_log->updates;
+        ++log->updates;
         results.clear();
         for (const IndexedFile &file : std::as_const(files))
             results.append({file, 0, {}});
@@ -50,20 +47,18 @@ public:
     }
     bool handleKeyEquivalent(QKeyEvent *) override
     {
-        ++m_log->keyEquivalents;
-        m_log->sawDeleteChord = isDeleteChord();
+        ++log->keyEquivalents;
+        log->sawDeleteChord = isDeleteChord();
         return consumeKeyEquivalents;
     }
 
     bool consumeKeyEquivalents = false;
-
-private:
-    std::shared_ptr<ModeLog> m_log;
+    std::shared_ptr<ModeLog> log;
 };
 
 inline IndexedFile fileNamed(const QString &name)
 {
-    return {QUrl::fromLocalFile(QStringLiteral("/nonexistent/") + name + QStringLiteral(".webloc")),
+    return {QUrl::fromLocalFile(QStringLiteral("/nowhere/") + name + QStringLiteral(".webloc")),
             name};
 }
 
