@@ -341,6 +341,36 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
 
 } // namespace
 
+bool occursInOrder(std::string_view bytes, const uint32_t *query, int32_t m)
+{
+    const AsciiName<char> name{bytes.data(), int32_t(bytes.size())};
+    int32_t at = 0;
+    for (int32_t i = 0; i < m; ++i) {
+        at = findForward(name, at, name.count, query[i]);
+        if (at < 0)
+            return false;
+        ++at;
+    }
+    return true;
+}
+
+bool isPlainAscii(std::string_view bytes)
+{
+    size_t at = 0;
+#ifdef __SSE2__
+    const __m128i carriageReturn = _mm_set1_epi8('\r');
+    for (; at + 16 <= bytes.size(); at += 16) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes.data() + at));
+        if (_mm_movemask_epi8(_mm_or_si128(block, _mm_cmpeq_epi8(block, carriageReturn))) != 0)
+            return false;
+    }
+#endif
+    for (; at < bytes.size(); ++at)
+        if ((static_cast<unsigned char>(bytes[at]) & 0x80) || bytes[at] == '\r')
+            return false;
+    return true;
+}
+
 template <typename Name>
 std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, int32_t m,
                                        KernelScratch &scratch, QList<qsizetype> *positions,

@@ -130,6 +130,13 @@ extern template std::optional<KernelOutcome> runKernel(const InternedName &, con
                                                        int32_t, KernelScratch &, QList<qsizetype> *,
                                                        int32_t);
 
+// Whether the query ids occur in this order in the bytes, an ASCII letter in either case;
+// bytes beyond ASCII equal no id.
+bool occursInOrder(std::string_view bytes, const uint32_t *query, int32_t m);
+
+// Whether every byte is plain ASCII other than CR.
+bool isPlainAscii(std::string_view bytes);
+
 inline double finalScore(int32_t total, int32_t n)
 {
     return total / 2.0 - lengthPenalty * n;

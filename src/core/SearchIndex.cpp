@@ -265,24 +265,6 @@ std::shared_ptr<PreparedName> newPreparedName(size_t arrayBytes, std::byte *&arr
     return name;
 }
 
-// Whether the ASCII-only query can be a subsequence of the line, ignoring ASCII case. A
-// character that lowercases to a plain ASCII one is that ASCII letter in either case, except
-// the Kelvin sign (k), so this holds for every line the query matches.
-bool mayContain(const PreparedQuery &query, std::string_view line)
-{
-    size_t at = 0;
-    for (const uint32_t id : query.ids) {
-        const char wanted = char(id);
-        const char other = char(id >= 'a' && id <= 'z' ? id - ('a' - 'A') : id);
-        while (at < line.size() && line[at] != wanted && line[at] != other)
-            ++at;
-        if (at == line.size())
-            return false;
-        ++at;
-    }
-    return true;
-}
-
 } // namespace
 
 std::shared_ptr<const PreparedName> prepareName(const QString &displayName, QByteArray collationKey)
@@ -336,6 +318,9 @@ PreparedQuery prepareQuery(QStringView query)
     for (const uint32_t id : prepared.ids) {
         prepared.mask |= maskBit(id);
         prepared.isAscii = prepared.isAscii && id < 0x80;
+        if (id < 0x80)
+            prepared.asciiIds.push_back(id);
+        prepared.hasK = prepared.hasK || id == 'k';
     }
     return prepared;
 }
@@ -352,26 +337,28 @@ std::optional<double> score(const PreparedQuery &query, const PreparedName &name
 
 std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view line)
 {
-    if (query.ids.empty())
+    const auto m = int32_t(query.ids.size());
+    if (m == 0)
         return std::nullopt;
-    const bool isAscii = std::none_of(line.begin(), line.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0x80) || c == '\r';
-    });
-    if (isAscii) {
-        if (!query.isAscii)
+    const bool isAscii = isPlainAscii(line);
+    if (isAscii && !query.isAscii)
+        return std::nullopt;
+    // A character that lowercases to a plain ASCII one is that ASCII letter in either case, or
+    // the Kelvin sign for k: so a line whose bytes don't hold the query's ASCII characters in
+    // order can't match, unless a Kelvin sign stands in for a k.
+    if (!occursInOrder(line, query.asciiIds.data(), int32_t(query.asciiIds.size()))) {
+        constexpr std::string_view kelvinSign = "\xE2\x84\xAA";
+        if (isAscii || !query.hasK || line.find(kelvinSign) == std::string_view::npos)
             return std::nullopt;
+    }
+    if (isAscii) {
         const auto n = int32_t(line.size());
         const std::optional<KernelOutcome> outcome =
-            runKernel(AsciiName<char>{line.data(), n}, query.ids.data(), int32_t(query.ids.size()),
-                      scratch());
+            runKernel(AsciiName<char>{line.data(), n}, query.ids.data(), m, scratch());
         if (!outcome)
             return std::nullopt;
         return finalScore(outcome->total, n);
     }
-    const bool hasKelvinCase =
-        std::find(query.ids.begin(), query.ids.end(), uint32_t('k')) != query.ids.end();
-    if (query.isAscii && !hasKelvinCase && !mayContain(query, line))
-        return std::nullopt;
     const std::shared_ptr<const PreparedName> name =
         prepareName(QString::fromUtf8(line.data(), qsizetype(line.size())), {});
     return score(query, *name);

@@ -45,6 +45,10 @@ struct PreparedQuery
     std::vector<uint32_t> ids;
     uint64_t mask = 0;
     bool isAscii = true; // every id is a plain ASCII character
+    // The plain ASCII ids in query order, which any match's bytes hold in this order (an
+    // ASCII letter in either case, k also as the Kelvin sign).
+    std::vector<uint32_t> asciiIds;
+    bool hasK = false;
 };
 
 PreparedQuery prepareQuery(QStringView query);
