@@ -17,8 +17,8 @@ constexpr int optionModifier = 2048;
 constexpr double launcherHeaderHeight = 58;
 constexpr double creatorHeaderHeight = 86;
 
-} // namespace
-
+// Whether Alt+I should open the creator for this clipboard text: an http or https address once
+// blanks and line breaks around it are ignored, whatever the case of its scheme.
 bool isWebAddress(const QString &text)
 {
     const QString address = Text::trimmedWhitespaceAndNewlines(text).toLower();
@@ -26,6 +26,13 @@ bool isWebAddress(const QString &text)
            address.startsWith(QLatin1String("https://"));
 }
 
+struct HotKeyWarning
+{
+    QString messageText;
+    QString informativeText;
+};
+
+// The start-up alert for the keys that could not be registered, named in registration order.
 HotKeyWarning hotKeyWarning(const QStringList &names)
 {
     const QString joined = names.join(QStringLiteral(" and "));
@@ -38,6 +45,8 @@ HotKeyWarning hotKeyWarning(const QStringList &names)
                            QStringLiteral(" open it until the other app releases the key."),
     };
 }
+
+} // namespace
 
 AppDelegate::AppDelegate() = default;
 

@@ -8,25 +8,11 @@
 #include "ui/LauncherController.h"
 
 #include <QObject>
-#include <QString>
 #include <QStringList>
 
 #include <memory>
 
 namespace pindle::app {
-
-// Whether Alt+I should open the creator for this clipboard text: an http or https address once
-// blanks and line breaks around it are ignored, whatever the case of its scheme.
-bool isWebAddress(const QString &text);
-
-struct HotKeyWarning
-{
-    QString messageText;
-    QString informativeText;
-};
-
-// The start-up alert for the keys that could not be registered, named in registration order.
-HotKeyWarning hotKeyWarning(const QStringList &names);
 
 class AppDelegate : public QObject
 {

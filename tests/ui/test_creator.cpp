@@ -139,15 +139,19 @@ TEST_F(CreatorListing, UpFromTheFirstRowReturnsToNoSelection)
     EXPECT_FALSE(creator->rowViews[0]->isSelected());
 }
 
-TEST_F(CreatorListing, MissingFolderShowsNoRowsAndNoMessage)
+TEST_F(CreatorListing, MissingFolderShowsNoRowsAndNoMessageAndSavingCreatesIt)
 {
-    ASSERT_TRUE(QDir(test::shortcutFolder()).removeRecursively());
+    ASSERT_TRUE(QDir(test::homePath() + QStringLiteral("/conflocal")).removeRecursively());
     open();
     QTest::keyClicks(name(), QStringLiteral("ex"));
     EXPECT_TRUE(creator->results.isEmpty());
     EXPECT_TRUE(creator->rowViews.isEmpty());
     for (const QString &text : test::visibleLabelTexts(creator->panel()))
         EXPECT_FALSE(text.endsWith(QStringLiteral(" not found"))) << text.toStdString();
+
+    key(name(), Qt::Key_Return);
+    EXPECT_TRUE(QFile::exists(savedPath(QStringLiteral("ex"))));
+    EXPECT_FALSE(creator->isVisible());
 }
 
 TEST_F(CreatorAdopting, DownThenReturnCopiesTheNameWithTheCaretAtItsEnd)
@@ -225,24 +229,6 @@ TEST_F(CreatorSaving, FailedSaveBeepsAndChangesNothing)
     EXPECT_EQ(creator->selectedIndex, -1);
     EXPECT_EQ(test::readFile(savedPath(QStringLiteral("Other"))), existing);
     EXPECT_TRUE(fakes.focus->activated.isEmpty());
-}
-
-TEST_F(CreatorSaving, EmptyNameIsRefusedWithABeep)
-{
-    open();
-    key(name(), Qt::Key_Return);
-    EXPECT_EQ(fakes.workspace->beeps, 1);
-    EXPECT_TRUE(creator->isVisible());
-}
-
-TEST_F(CreatorSaving, MissingFolderIsCreatedBySaving)
-{
-    ASSERT_TRUE(QDir(test::homePath() + QStringLiteral("/conflocal")).removeRecursively());
-    open();
-    QTest::keyClicks(name(), QStringLiteral("First"));
-    key(name(), Qt::Key_Return);
-    EXPECT_TRUE(QFile::exists(savedPath(QStringLiteral("First"))));
-    EXPECT_FALSE(creator->isVisible());
 }
 
 TEST_F(CreatorEscape, InTheNameFieldClearsItAndBringsBackTheAddressMatches)
