@@ -47,8 +47,6 @@ bool compositorRuns()
     return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
 }
 
-// NSMouseInRect's unflipped rule: the left and top edges are inside, the right and bottom
-// edges outside.
 // Pressing a modifier on its own is no key equivalent, though the press carries its own flag.
 bool isModifierKey(int key)
 {
@@ -70,6 +68,8 @@ bool isModifierKey(int key)
     }
 }
 
+// A point on a frame's left or top edge is inside it, one on its right or bottom edge outside, so
+// that side-by-side screens never both claim the pointer.
 bool mouseInRect(const QPointF &point, const QRectF &rect)
 {
     return point.x() >= rect.x() && point.x() < rect.x() + rect.width() && point.y() > rect.y() &&

@@ -141,15 +141,15 @@ protected:
         if (!fits(layout, formats)) {
             const qsizetype cut = cutPosition(layout);
             const QString ellipsis(QChar(0x2026));
-            QList<QTextLayout::FormatRange> clipped;
-            for (QTextLayout::FormatRange range : std::as_const(formats)) {
+            // The first format covers the whole title; it stretches over the ellipsis too.
+            QList<QTextLayout::FormatRange> clipped{formats.first()};
+            clipped.first().length = int(cut + ellipsis.size());
+            for (QTextLayout::FormatRange range : formats.sliced(1)) {
                 if (range.start >= cut)
                     continue;
-                range.length = std::min<qsizetype>(range.length, cut - range.start);
+                range.length = std::min(range.length, int(cut) - range.start);
                 clipped.append(range);
             }
-            // The ellipsis takes the regular format of the whole title.
-            clipped.first().length = cut + ellipsis.size();
             layout.setText(m_text.left(cut) + ellipsis);
             fits(layout, clipped);
         }

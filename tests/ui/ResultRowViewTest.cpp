@@ -79,6 +79,11 @@ TEST_F(RowTest, ShowsTitleRangesAndSubtitle)
     EXPECT_EQ(row->titleRanges(), (QList<Range>{{1, 1}, {2, 1}}));
     EXPECT_EQ(row->subtitle(), QStringLiteral("https://news.example.org/"));
     EXPECT_FALSE(part(row, "subtitleLabel")->isHidden());
+    // Painting cuts the title to fit, down to nothing but the ellipsis.
+    for (int width : {660, 110, 90}) {
+        row->resize(width, 50);
+        EXPECT_EQ(row->grab().width(), width);
+    }
 }
 
 TEST_F(RowTest, EmptySubtitleHidesTheLineAndKeepsTheTitleAbove)
