@@ -77,6 +77,12 @@ QStringList generatedCorpus(int count)
         "running",  "training", "plan",    "meeting",  "agenda",   "project",  "roadmap",
         "issue",    "pull",     "request", "merge",    "branch",   "commit",   "deploy",
         "docker",   "compose",  "network", "proxy",    "dns",      "firewall", "vpn"};
+    static const char *questions[] = {"How to", "How do I", "Why does", "Can I",
+                                      "What is the best way to"};
+    static const char *questionSites[] = {"Stack Overflow", "Super User", "Ask Ubuntu",
+                                          "Server Fault", "Unix & Linux Stack Exchange"};
+    static const char *documents[] = {"Release Notes", "Changelog",       "Documentation",
+                                      "Download",      "Migration Guide", "API Reference"};
     static const char *camel[] = {"NewsFeed",      "GameMode",      "MyProject",   "DevTools",
                                   "HomeAssistant", "OpenStreetMap", "LibreOffice", "QtCreator",
                                   "VSCode",        "PostgreSQL",    "TypeScript",  "WebAssembly"};
@@ -120,8 +126,8 @@ QStringList generatedCorpus(int count)
             name = title(3 + int(random() % 5)) + u" | "_qs + latin(pick(sites));
             break;
         case 2:
-            name = u"How to "_qs + title(2 + int(random() % 3)) + u" in "_qs + latin(pick(camel)) +
-                   u" - Stack Overflow"_qs;
+            name = latin(pick(questions)) + u' ' + title(2 + int(random() % 3)) + u" in "_qs +
+                   latin(pick(camel)) + u" - "_qs + latin(pick(questionSites));
             break;
         case 3:
             name = latin(pick(words)) + u"-"_qs + latin(pick(words)) + u"/"_qs +
@@ -132,8 +138,8 @@ QStringList generatedCorpus(int count)
                    latin(pick(words));
             break;
         case 5:
-            name = latin(pick(camel)) +
-                   u" %1.%2 Release Notes"_qs.arg(random() % 20).arg(random() % 10);
+            name = latin(pick(camel)) + u" %1.%2 "_qs.arg(random() % 20).arg(random() % 10) +
+                   latin(pick(documents));
             break;
         case 6:
             name = title(2 + int(random() % 3)) + u" (%1)"_qs.arg(1990 + random() % 36);

@@ -217,7 +217,7 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
     if (s.lastLetters.size() < size_t(n))
         s.lastLetters.resize(size_t(n));
     int32_t *lastLetters = s.lastLetters.data();
-    for (int32_t j = s.low[0], letter = 0; j < n; ++j) {
+    for (int32_t j = s.low[0], letter = 0, end = s.high[size_t(m) - 1]; j <= end; ++j) {
         lastLetters[j] = letter;
         if (isLetterAt(name, j))
             letter = j;
@@ -379,9 +379,6 @@ std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, 
     return kernel(name, query, m, scratch, positions, mustReach);
 }
 
-template std::optional<KernelOutcome> runKernel(const AsciiName<char16_t> &, const uint32_t *,
-                                                int32_t, KernelScratch &, QList<qsizetype> *,
-                                                int32_t);
 template std::optional<KernelOutcome> runKernel(const AsciiName<char> &, const uint32_t *, int32_t,
                                                 KernelScratch &, QList<qsizetype> *, int32_t);
 template std::optional<KernelOutcome> runKernel(const InternedName &, const uint32_t *, int32_t,

@@ -73,7 +73,7 @@ constexpr uint32_t asciiLower(uint32_t c)
 }
 
 // A name made only of plain ASCII characters (no CR, which pairs with LF), read in place as
-// UTF-16 units or bytes: ids are the lowercased codes, flags are worked out on the fly.
+// bytes (or UTF-16 units): ids are the lowercased codes, flags are worked out on the fly.
 template <typename Unit>
 struct AsciiName
 {
@@ -120,9 +120,6 @@ std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, 
                                        QList<qsizetype> *positions = nullptr,
                                        int32_t mustReach = std::numeric_limits<int32_t>::min());
 
-extern template std::optional<KernelOutcome> runKernel(const AsciiName<char16_t> &,
-                                                       const uint32_t *, int32_t, KernelScratch &,
-                                                       QList<qsizetype> *, int32_t);
 extern template std::optional<KernelOutcome> runKernel(const AsciiName<char> &, const uint32_t *,
                                                        int32_t, KernelScratch &, QList<qsizetype> *,
                                                        int32_t);
