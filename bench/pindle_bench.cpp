@@ -294,6 +294,38 @@ private:
     size_t m_used = 0;
 };
 
+// The next occurrence of the query's first plain ASCII character, in either case.
+class NextOccurrence
+{
+public:
+    NextOccurrence(std::string_view input, const detail::PreparedQuery &query) : m_input(input)
+    {
+        if (query.asciiIds.empty() || query.hasK)
+            return;
+        const auto id = char(query.asciiIds.front());
+        m_wanted[0] = id;
+        m_wanted[1] = id >= 'a' && id <= 'z' ? char(id - 'a' + 'A') : id;
+        m_isUsable = true;
+    }
+
+    bool isUsable() const { return m_isUsable; }
+
+    size_t from(size_t position)
+    {
+        for (int i = 0; i < 2; ++i) {
+            if (m_next[i] != std::string_view::npos && m_next[i] < position)
+                m_next[i] = m_input.find(m_wanted[i], position);
+        }
+        return std::min(m_next[0], m_next[1]);
+    }
+
+private:
+    std::string_view m_input;
+    char m_wanted[2] = {};
+    size_t m_next[2] = {0, 0};
+    bool m_isUsable = false;
+};
+
 // Prints every line that matches, best first; lines of equal score keep their input order.
 int runFilter(const char *queryArgument)
 {
@@ -306,7 +338,17 @@ int runFilter(const char *queryArgument)
         std::string_view line;
     };
     std::vector<Hit> hits;
+    // Lines without the query's first ASCII character in either case can't match (unless a
+    // Kelvin sign stands in for a k): jump from one occurrence of it to the next.
+    NextOccurrence first(input, query);
     for (size_t begin = 0; begin < input.size();) {
+        if (first.isUsable()) {
+            const size_t at = first.from(begin);
+            if (at == std::string_view::npos)
+                break;
+            const size_t lineStart = input.rfind('\n', at);
+            begin = std::max(begin, lineStart == std::string_view::npos ? 0 : lineStart + 1);
+        }
         size_t end = input.find('\n', begin);
         if (end == std::string_view::npos)
             end = input.size();
