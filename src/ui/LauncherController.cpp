@@ -20,8 +20,8 @@ constexpr int fieldMargin = 18;
 // X's Lock bit in a key event's state: Qt folds Caps Lock into no modifier of its own.
 constexpr quint32 capsLockMask = 0x2;
 
-// Ctrl-C or Super-C with no other modifier, Caps Lock included: a copy chord that also
-// carries Shift or Alt is left alone, as is one typed with Caps Lock on.
+// Ctrl-C or Super-C with nothing else held. Caps Lock counts as held, so a chord typed with it
+// on is left alone, like one that also carries Shift or Alt.
 bool isCopyChord(const QKeyEvent *event)
 {
     if (event->key() != Qt::Key_C)
