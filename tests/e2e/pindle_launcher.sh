@@ -77,6 +77,16 @@ pindle_screenshot launcher-after-delete
 xdotool key Escape Escape
 e2e_check "Escape twice closes the launcher" e2e_wait_for 5 pindle_has_no_panel
 
+# For review: the message row the launcher shows once the folder is gone.
+if [ -n "$PINDLE_SCREENSHOTS" ]; then
+    mv "$PINDLE_FOLDER" "$PINDLE_FOLDER.away"
+    pindle_shows alt+u || e2e_fail "Alt+U did not show the launcher without its folder"
+    xdotool type --delay 40 docs
+    pindle_screenshot launcher-folder-not-found
+    xdotool key Escape Escape
+    e2e_wait_for 5 pindle_has_no_panel || e2e_fail "the launcher did not close"
+fi
+
 kill -TERM "$PINDLE_PID"
 wait "$PINDLE_PID"
 status=$?
