@@ -12,6 +12,7 @@
 #include <QLabel>
 #include <QPainter>
 #include <QPainterPath>
+#include <QScopedValueRollback>
 #include <QVBoxLayout>
 #include <QWindow>
 
@@ -263,7 +264,10 @@ void PanelController::show()
 
 void PanelController::hide(bool restoringFocus)
 {
-    m_panel->hide();
+    {
+        const QScopedValueRollback orderingOut(m_isOrderingOut, true);
+        m_panel->hide();
+    }
     if (restoringFocus)
         FocusRestore::restore();
 }
@@ -454,9 +458,9 @@ void PanelController::deleteFile(const IndexedFile &file, qsizetype wasAt)
 
 void PanelController::windowDidResignKey()
 {
-    // Qt also reports the deactivation of a panel that is being ordered out; there is nothing
-    // left to hide then.
-    if (!m_isConfirming && isVisible())
+    // Qt also reports the deactivation of a panel that is being (or has been) ordered out, from
+    // inside the hiding; there is nothing left to hide then.
+    if (!m_isConfirming && !m_isOrderingOut && isVisible())
         hide(false);
 }
 

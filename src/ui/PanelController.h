@@ -113,6 +113,7 @@ private:
     QLabel *m_messageLabel = nullptr;
     double m_headerHeight = 0;
     bool m_isConfirming = false;
+    bool m_isOrderingOut = false;
 };
 
 } // namespace pindle::ui

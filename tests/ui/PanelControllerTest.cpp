@@ -1,12 +1,11 @@
 #include "PanelTestSupport.h"
 
+#include "ui/Alert.h"
 #include "ui/CommandField.h"
 #include "ui/ResultRowView.h"
 
-#include <QAbstractButton>
 #include <QApplication>
 #include <QLabel>
-#include <QMessageBox>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -241,14 +240,13 @@ TEST_F(PanelTest, LosingKeyStatusHidesWithoutRestoringFocusUnlessConfirming)
     render(2, 0);
     mode->present();
     QEvent deactivate(QEvent::WindowDeactivate);
+    ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn + 1); // Cancel, once the loop runs
     mode->confirmDeleteSelection(nullptr);
     QApplication::sendEvent(mode->panel(), &deactivate);
     EXPECT_TRUE(mode->isVisible());
     EXPECT_TRUE(log->hides.isEmpty());
 
-    auto *sheet = child<QMessageBox>("alert");
-    ASSERT_NE(sheet, nullptr);
-    sheet->findChild<QAbstractButton *>(QStringLiteral("alertButton1"))->click(); // Cancel
+    QTRY_VERIFY(!mode->isConfirming());
     QApplication::sendEvent(mode->panel(), &deactivate);
     EXPECT_FALSE(mode->isVisible());
     EXPECT_TRUE(fakes.focus->activated.isEmpty());
