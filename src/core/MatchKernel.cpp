@@ -1,5 +1,6 @@
 #include "core/MatchKernel.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
