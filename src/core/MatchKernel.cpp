@@ -128,7 +128,7 @@ int32_t findBackward(const AsciiName<Unit> &name, int32_t to, uint32_t id)
 template <typename Name>
 std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int32_t m,
                                     KernelScratch &s, QList<qsizetype> *positions,
-                                    int32_t mustReach)
+                                    int32_t mustReach, const int32_t *gainAfter)
 {
     const int32_t n = name.count;
     if (m <= 0 || n < m)
@@ -174,7 +174,7 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
         s.low[size_t(i)] = at++;
     }
     const auto isOutOfReach = [&](int32_t rowBest, int32_t row) {
-        return rowBest + maximalStep * (m - 1 - row) < mustReach;
+        return rowBest + (gainAfter ? gainAfter[row] : maximalStep * (m - 1 - row)) < mustReach;
     };
     if (isOutOfReach(s.low[0] == 0 ? startBonus : afterSeparatorBonus - s.low[0], 0))
         return KernelOutcome{.isPruned = true};
@@ -375,14 +375,16 @@ bool isPlainAscii(std::string_view bytes)
 template <typename Name>
 std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, int32_t m,
                                        KernelScratch &scratch, QList<qsizetype> *positions,
-                                       int32_t mustReach)
+                                       int32_t mustReach, const int32_t *gainAfter)
 {
-    return kernel(name, query, m, scratch, positions, mustReach);
+    return kernel(name, query, m, scratch, positions, mustReach, gainAfter);
 }
 
 template std::optional<KernelOutcome> runKernel(const AsciiName<char> &, const uint32_t *, int32_t,
-                                                KernelScratch &, QList<qsizetype> *, int32_t);
+                                                KernelScratch &, QList<qsizetype> *, int32_t,
+                                                const int32_t *);
 template std::optional<KernelOutcome> runKernel(const InternedName &, const uint32_t *, int32_t,
-                                                KernelScratch &, QList<qsizetype> *, int32_t);
+                                                KernelScratch &, QList<qsizetype> *, int32_t,
+                                                const int32_t *);
 
 } // namespace pindle::detail

@@ -110,22 +110,28 @@ struct KernelOutcome
 
 // No alignment gains more than this per query character after the first.
 inline constexpr int32_t maximalStep = consecutiveBonus + afterSeparatorBonus;
+// Nor more than this for a character after one that is no separator, in a name without a
+// camel-case hump: it then either follows directly on a position without a bonus, or jumps.
+inline constexpr int32_t plainStep = consecutiveBonus + plainBonus;
+inline constexpr int32_t jumpStep = afterSeparatorBonus - 1;
 
 // The best allowed alignment of the query (m ids) in the name, or nothing. With positions
 // given, also traces it back (one index per query character). Names that pass the quick
-// rejection but cannot reach a total of mustReach may come back pruned.
+// rejection but cannot reach a total of mustReach may come back pruned; gainAfter[i], when
+// given, bounds what query characters i + 1 onwards can add (else maximalStep each).
 template <typename Name>
 std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, int32_t m,
                                        KernelScratch &scratch,
                                        QList<qsizetype> *positions = nullptr,
-                                       int32_t mustReach = std::numeric_limits<int32_t>::min());
+                                       int32_t mustReach = std::numeric_limits<int32_t>::min(),
+                                       const int32_t *gainAfter = nullptr);
 
 extern template std::optional<KernelOutcome> runKernel(const AsciiName<char> &, const uint32_t *,
                                                        int32_t, KernelScratch &, QList<qsizetype> *,
-                                                       int32_t);
+                                                       int32_t, const int32_t *);
 extern template std::optional<KernelOutcome> runKernel(const InternedName &, const uint32_t *,
                                                        int32_t, KernelScratch &, QList<qsizetype> *,
-                                                       int32_t);
+                                                       int32_t, const int32_t *);
 
 // Whether the query ids occur in this order in the bytes, an ASCII letter in either case;
 // bytes beyond ASCII equal no id.

@@ -125,10 +125,17 @@ constexpr std::array<uint64_t, 128> asciiMaskBits = [] {
 void prepareAscii(PreparedName &prepared, QStringView name)
 {
     uint64_t mask = 0;
-    for (QChar c : name)
+    uint8_t previousClass = 0;
+    bool hasCamelHump = false;
+    for (QChar c : name) {
         mask |= asciiMaskBits[c.unicode()];
+        const uint8_t currentClass = asciiClasses[c.unicode()];
+        hasCamelHump |= (previousClass & lowercaseClass) && (currentClass & uppercaseClass);
+        previousClass = currentClass;
+    }
     prepared.count = int32_t(name.size());
     prepared.mask = mask;
+    prepared.hasCamelHump = hasCamelHump;
 }
 
 // The description of a name with characters beyond plain ASCII, before it is stored.
@@ -186,12 +193,13 @@ bool couldMatch(const PreparedQuery &query, const PreparedName &name)
 
 std::optional<KernelOutcome> runPrepared(const PreparedQuery &query, const PreparedName &name,
                                          QList<qsizetype> *positions = nullptr,
-                                         int32_t mustReach = std::numeric_limits<int32_t>::min())
+                                         int32_t mustReach = std::numeric_limits<int32_t>::min(),
+                                         const int32_t *gainAfter = nullptr)
 {
     const auto m = int32_t(query.ids.size());
     if (name.isAscii)
         return runKernel(AsciiName<char>{name.text, name.count}, query.ids.data(), m, scratch(),
-                         positions, mustReach);
+                         positions, mustReach, gainAfter);
     return runKernel(InternedName{name.ids, name.flags, name.count}, query.ids.data(), m, scratch(),
                      positions, mustReach);
 }
@@ -293,6 +301,8 @@ std::shared_ptr<const PreparedName> prepareName(const QString &displayName, QByt
         prepared->isMatchable = description.isMatchable;
         prepared->count = description.count;
         prepared->mask = description.mask;
+        prepared->hasCamelHump = std::any_of(
+            flags, flags + n, [](uint8_t f) { return (f & bonusMask) == camelHumpBonus; });
     }
     prepared->name = displayName;
     prepared->collationKey = std::move(collationKey);
@@ -431,9 +441,27 @@ struct IndexEntry
 {
     uint64_t mask;
     int32_t count;
+    uint32_t first; // id of the first character
     bool isMatchable;
+    bool hasCamelHump;
     const PreparedName *name;
 };
+
+// For each query character, the most the characters after it can add to a total, in a name
+// with or without a camel-case hump.
+std::vector<int32_t> gainsAfter(const std::vector<uint32_t> &query, bool hasCamelHump)
+{
+    std::vector<int32_t> gains(query.size(), 0);
+    for (size_t i = query.size() - 1; i-- > 0;) {
+        const bool isSeparator =
+            query[i] < 0x80 && (detail::asciiClasses[query[i]] & detail::separatorClass);
+        const int32_t step = isSeparator    ? detail::maximalStep
+                             : hasCamelHump ? detail::consecutiveBonus + detail::camelHumpBonus
+                                            : std::max(detail::plainStep, detail::jumpStep);
+        gains[i] = gains[i + 1] + step;
+    }
+    return gains;
+}
 
 // The list searched last on this thread, with its dense index and the candidates of the last
 // query. The list is kept referenced, so the same data pointer means the same, unchanged
@@ -467,7 +495,11 @@ struct ListIndex
                 preparedHere.push_back(detail::prepareName(file.displayName, {}));
                 name = preparedHere.back().get();
             }
-            entries.push_back({name->mask, name->count, name->isMatchable, name});
+            uint32_t first = 0;
+            if (name->isMatchable && name->count > 0)
+                first = name->isAscii ? detail::asciiLower(uint8_t(name->text[0])) : name->ids[0];
+            entries.push_back(
+                {name->mask, name->count, first, name->isMatchable, name->hasCamelHump, name});
         }
     }
 };
@@ -498,6 +530,8 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
     const bool isInserting = limit <= detail::insertionLimit;
     kept.reserve(size_t(isInserting ? limit + 1 : files.size()));
 
+    const std::vector<int32_t> withHump = gainsAfter(prepared.ids, true);
+    const std::vector<int32_t> withoutHump = gainsAfter(prepared.ids, false);
     auto consider = [&](int32_t at) {
         const IndexEntry &entry = index.entries[size_t(at)];
         if (!entry.isMatchable || entry.count < m || (prepared.mask & ~entry.mask) != 0)
@@ -505,10 +539,23 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
         // Once the kept rows are full, a name that cannot even tie the last of them needs no
         // exact total; it stays a candidate for narrowing all the same.
         int32_t mustReach = std::numeric_limits<int32_t>::min();
-        if (isInserting && qsizetype(kept.size()) == limit)
+        const int32_t *gainAfter = nullptr;
+        if (isInserting && qsizetype(kept.size()) == limit) {
             mustReach = detail::lowestTotalFor(kept.back().score, entry.count);
+            // Only position 0 earns the start bonus, and no later position reaches it: a name
+            // that doesn't begin with the query's first character is often out of reach
+            // before its text is read.
+            const int32_t firstBest = entry.first == prepared.ids[0]
+                                          ? detail::startBonus
+                                          : detail::afterSeparatorBonus - 1;
+            gainAfter = entry.hasCamelHump ? withHump.data() : withoutHump.data();
+            if (firstBest + gainAfter[0] < mustReach) {
+                candidates.push_back(at);
+                return;
+            }
+        }
         const std::optional<detail::KernelOutcome> outcome =
-            detail::runPrepared(prepared, *entry.name, nullptr, mustReach);
+            detail::runPrepared(prepared, *entry.name, nullptr, mustReach, gainAfter);
         if (!outcome)
             return;
         candidates.push_back(at);

@@ -26,6 +26,7 @@ struct PreparedName
     int32_t count = 0;       // characters of the name
     bool isMatchable = true; // false when lowercasing merged characters
     bool isAscii = true;
+    bool hasCamelHump = false;      // a lowercase character directly followed by an uppercase one
     const char *text = nullptr;     // plain ASCII names: the characters as bytes
     const uint32_t *ids = nullptr;  // other names only, count entries
     const uint8_t *flags = nullptr; // other names only, count entries
