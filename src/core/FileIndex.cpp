@@ -73,19 +73,21 @@ struct Listed
     QByteArray sortKey;
 };
 
-// The sort compares the keys' first bytes as one number and looks further only on a tie.
+// The sort compares the keys' first sixteen bytes as two numbers and looks further only on a
+// tie, which names that begin alike make common.
 struct SortEntry
 {
-    quint64 keyPrefix;
+    quint64 keyHead;
+    quint64 keyNext;
     quint32 index;
 };
 
-quint64 prefixOf(const QByteArray &key)
+quint64 bigEndianAt(const QByteArray &key, qsizetype from)
 {
-    quint64 prefix = 0;
-    for (qsizetype i = 0; i < 8; ++i)
-        prefix = (prefix << 8) | (i < key.size() ? quint8(key[i]) : 0);
-    return prefix;
+    quint64 value = 0;
+    for (qsizetype i = from; i < from + 8; ++i)
+        value = (value << 8) | (i < key.size() ? quint8(key[i]) : 0);
+    return value;
 }
 
 } // namespace
@@ -143,10 +145,12 @@ QList<IndexedFile> scan()
     std::vector<SortEntry> order;
     order.reserve(listed.size());
     for (quint32 i = 0; i < listed.size(); ++i)
-        order.push_back({prefixOf(listed[i].sortKey), i});
+        order.push_back({bigEndianAt(listed[i].sortKey, 0), bigEndianAt(listed[i].sortKey, 8), i});
     std::ranges::stable_sort(order, [&](const SortEntry &a, const SortEntry &b) {
-        if (a.keyPrefix != b.keyPrefix)
-            return a.keyPrefix < b.keyPrefix;
+        if (a.keyHead != b.keyHead)
+            return a.keyHead < b.keyHead;
+        if (a.keyNext != b.keyNext)
+            return a.keyNext < b.keyNext;
         return listed[a.index].sortKey < listed[b.index].sortKey;
     });
 
