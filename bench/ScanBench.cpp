@@ -189,6 +189,8 @@ int main(int argc, char **argv)
     listOnly(folder, &paths);
     Samples scans, targetPasses, subtitlePasses, listings, readings;
     qsizetype listed = 0, withTarget = 0;
+    // As in a panel, the last scan's list is replaced only once the new one is made.
+    QList<IndexedFile> shown;
     // Round 0 warms the page cache and the collator and is not counted.
     for (int round = 0; round <= rounds; ++round) {
         Stopwatch stopwatch;
@@ -213,6 +215,7 @@ int main(int argc, char **argv)
         readOnly(paths);
         const auto reading = stopwatch.lap();
 
+        shown = files;
         if (round == 0) {
             listed = files.size();
             withTarget = found;
