@@ -369,11 +369,8 @@ int runFilter(const char *queryArgument)
 
     size_t middle = input.find('\n', input.size() / 2);
     middle = middle == std::string_view::npos ? input.size() : middle + 1;
-    // Room for every line of a typical list up front: growing copies and touches fresh memory.
     std::vector<FilterHit> hits;
     std::vector<FilterHit> secondHits;
-    hits.reserve(input.size() / 24);
-    secondHits.reserve(input.size() / 48);
     std::thread second([&] { filterLines(input.substr(middle), query, secondHits); });
     filterLines(input.substr(0, middle), query, hits);
     second.join();

@@ -369,9 +369,17 @@ std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view lin
             return std::nullopt;
         return finalScore(outcome->total, n);
     }
-    const std::shared_ptr<const PreparedName> name =
-        prepareName(QString::fromUtf8(line.data(), qsizetype(line.size())), {});
-    return score(query, *name);
+    // Described in place rather than prepared: nothing is kept of a line.
+    thread_local UnicodeDescription description;
+    describeUnicode(description, QString::fromUtf8(line.data(), qsizetype(line.size())));
+    if (!description.isMatchable || description.count < m || (query.mask & ~description.mask))
+        return std::nullopt;
+    const std::optional<KernelOutcome> outcome =
+        runKernel(InternedName{description.ids.data(), description.flags.data(), description.count},
+                  query.ids.data(), m, scratch());
+    if (!outcome)
+        return std::nullopt;
+    return finalScore(outcome->total, description.count);
 }
 
 } // namespace pindle::detail
