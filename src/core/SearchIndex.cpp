@@ -185,12 +185,6 @@ KernelScratch &scratch()
     return instance;
 }
 
-bool couldMatch(const PreparedQuery &query, const PreparedName &name)
-{
-    return name.isMatchable && name.count >= int32_t(query.ids.size()) &&
-           (query.mask & ~name.mask) == 0;
-}
-
 std::optional<KernelOutcome> runPrepared(const PreparedQuery &query, const PreparedName &name,
                                          QList<qsizetype> *positions = nullptr,
                                          int32_t mustReach = std::numeric_limits<int32_t>::min(),
@@ -333,16 +327,6 @@ PreparedQuery prepareQuery(QStringView query)
         prepared.hasK = prepared.hasK || id == 'k';
     }
     return prepared;
-}
-
-std::optional<double> score(const PreparedQuery &query, const PreparedName &name)
-{
-    if (query.ids.empty() || !couldMatch(query, name))
-        return std::nullopt;
-    const std::optional<KernelOutcome> outcome = runPrepared(query, name);
-    if (!outcome)
-        return std::nullopt;
-    return finalScore(outcome->total, name.count);
 }
 
 std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view line)

@@ -54,11 +54,8 @@ struct PreparedQuery
 
 PreparedQuery prepareQuery(QStringView query);
 
-// FuzzyMatch::match's score of the name for the query, without positions.
-std::optional<double> score(const PreparedQuery &query, const PreparedName &name);
-
-// The same for one line of UTF-8 text, without keeping anything: lines that cannot match are
-// rejected on their bytes before any analysis.
+// FuzzyMatch::match's score of one line of UTF-8 text for the query, without keeping anything:
+// lines that cannot match are rejected on their bytes before any analysis.
 std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view line);
 
 } // namespace pindle::detail
