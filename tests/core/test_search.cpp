@@ -229,6 +229,15 @@ TEST(SearchRanking, sameNamesKeepTheirListOrder)
     EXPECT_EQ(firstTwo[1].file.url, files[1].url);
 }
 
+TEST(SearchRanking, laterNamesThatTieStillEnterAFullList)
+{
+    // Equal scores, best names last: each has to displace a kept row by its name alone.
+    const QList<IndexedFile> files =
+        preparedList({u"Doc e"_qs, u"Doc d"_qs, u"Doc c"_qs, u"Doc b"_qs, u"Doc a"_qs});
+    EXPECT_EQ(namesOf(FileIndex::search(u"doc"_qs, files, 2)),
+              (QStringList{u"Doc a"_qs, u"Doc b"_qs}));
+}
+
 TEST(SearchRanking, higherScoreBeatsTheNameOrder)
 {
     const QList<ScoredFile> results =
