@@ -158,6 +158,8 @@ public:
     virtual void activateIgnoringOtherApps() = 0;
     // Raises the window and gives it the keyboard focus.
     virtual void makeKeyAndOrderFront(QWindow *window) = 0;
+    // Whether a compositor blends translucent windows with what lies behind them.
+    virtual bool isCompositing() = 0;
 };
 
 struct Services

@@ -41,11 +41,14 @@ bool isDark(const QPalette &palette)
 }
 
 // Whether something blends translucent windows with what lies behind them. Wayland always does;
-// on X11 Qt gives no public answer, so the panel stays opaque there and cuts its corners with a
-// mask, which looks right with or without a compositor.
+// on X11 only while a compositing manager runs. Without one the panel stays opaque and cuts its
+// corners with a mask.
 bool compositorRuns()
 {
-    return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland")))
+        return true;
+    platform::Application *application = platform::services().application.get();
+    return application != nullptr && application->isCompositing();
 }
 
 // Pressing a modifier on its own is no key equivalent, though the press carries its own flag.

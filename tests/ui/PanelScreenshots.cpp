@@ -158,7 +158,8 @@ bool shoot(const QString &path, bool dark, bool message, const QString &folder)
     panel.show();
     panel.panel()->activateWindow();
     field->setFocus();
-    QTest::qWaitForWindowExposed(panel.panel());
+    if (!QTest::qWaitForWindowExposed(panel.panel()))
+        qWarning("the panel was not exposed; the screenshot may be empty");
     QTest::qWait(400);
 
     const QRect area = panel.panel()->geometry().adjusted(-40, -40, 40, 40) &

@@ -137,10 +137,12 @@ public:
     void setActivationPolicy(ActivationPolicy policy) override { policies.append(policy); }
     void activateIgnoringOtherApps() override { ++activations; }
     void makeKeyAndOrderFront(QWindow *window) override { keyWindows.append(window); }
+    bool isCompositing() override { return compositing; }
 
     QList<ActivationPolicy> policies;
     int activations = 0;
     QList<QWindow *> keyWindows;
+    bool compositing = false;
 };
 
 // The fakes, installed as the current services; the pointers stay valid until the next

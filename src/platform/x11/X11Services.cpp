@@ -116,4 +116,27 @@ void X11Application::makeKeyAndOrderFront(QWindow *window)
     requestActivationOf(window);
 }
 
+bool X11Application::isCompositing()
+{
+    xcb_connection_t *c = connection();
+    if (c == nullptr)
+        return false;
+    const xcb_window_t root = rootWindow(c);
+    int screen = 0;
+    for (auto it = xcb_setup_roots_iterator(xcb_get_setup(c)); it.rem > 0;
+         xcb_screen_next(&it), ++screen) {
+        if (it.data->root == root)
+            break;
+    }
+    const QByteArray name = "_NET_WM_CM_S" + QByteArray::number(screen);
+    const xcb_atom_t selection = atom(c, name.constData());
+    if (selection == XCB_ATOM_NONE)
+        return false;
+    xcb_get_selection_owner_reply_t *reply =
+        xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, selection), nullptr);
+    const bool owned = reply != nullptr && reply->owner != XCB_WINDOW_NONE;
+    std::free(reply);
+    return owned;
+}
+
 } // namespace pindle::platform::x11

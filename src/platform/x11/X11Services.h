@@ -40,6 +40,8 @@ public:
     // Shows, raises and activates the window, and asks the window manager for it too, as a
     // pager would: Qt's own request may be refused as focus stealing.
     void makeKeyAndOrderFront(QWindow *window) override;
+    // A compositing manager owns the selection _NET_WM_CM_S<screen>.
+    bool isCompositing() override;
 };
 
 } // namespace pindle::platform::x11
