@@ -109,6 +109,7 @@ bool directoryExists()
 QList<IndexedFile> scan()
 {
     ShortcutURL::clearCaches();
+    detail::forgetSearchedList();
 
     const QString folderPath = directory().toLocalFile();
     const int fd = ::open(QFile::encodeName(folderPath).constData(),

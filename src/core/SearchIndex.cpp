@@ -7,8 +7,6 @@
 #include "core/Text.h"
 #include "core/Unicode.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -207,20 +205,16 @@ int32_t lowestTotalFor(double score, int32_t n)
                               double(std::numeric_limits<int32_t>::max())));
 }
 
-// Prepared names are stored in large blocks, each shared by the names in it: records from the
-// start, the character arrays of non-ASCII names from the end. Preparing a plain name then
-// allocates nothing of its own, and a block is one huge page where the system offers them:
-// most of the cost of preparing many names is otherwise first touches of fresh memory.
+// Prepared names are stored in blocks, each shared by the names in it: records from the start,
+// the character arrays of non-ASCII names from the end. Preparing a plain name then allocates
+// nothing of its own. A block is small enough that a list's names leave little of it unused
+// once the list is gone, so an idle process keeps no more than the lists it still has.
 class NameBlock
 {
 public:
-    static constexpr size_t size = size_t(2) << 20;
+    static constexpr size_t size = size_t(64) << 10;
 
-    NameBlock() : m_memory(static_cast<std::byte *>(std::aligned_alloc(size, size)))
-    {
-        if (m_memory != nullptr)
-            madvise(m_memory, size, MADV_HUGEPAGE);
-    }
+    NameBlock() : m_memory(static_cast<std::byte *>(std::malloc(size))) {}
     NameBlock(const NameBlock &) = delete;
     NameBlock &operator=(const NameBlock &) = delete;
     ~NameBlock()
@@ -496,6 +490,12 @@ struct ListIndex
     }
 };
 
+ListIndex &listIndex()
+{
+    thread_local ListIndex index;
+    return index;
+}
+
 } // namespace
 
 QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, qsizetype limit)
@@ -506,7 +506,7 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
     const detail::PreparedQuery prepared = detail::prepareQuery(trimmed);
     const auto m = int32_t(prepared.ids.size());
 
-    thread_local ListIndex index;
+    ListIndex &index = listIndex();
     if (!index.isFor(files))
         index.rebuild(files);
     // While typing, each query usually extends the last one: then only the names that passed
@@ -615,3 +615,12 @@ QList<ScoredFile> matching(const QString &url, const QList<IndexedFile> &files, 
 }
 
 } // namespace pindle::FileIndex
+
+namespace pindle::detail {
+
+void forgetSearchedList()
+{
+    FileIndex::listIndex() = {};
+}
+
+} // namespace pindle::detail

@@ -58,4 +58,8 @@ PreparedQuery prepareQuery(QStringView query);
 // lines that cannot match are rejected on their bytes before any analysis.
 std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view line);
 
+// Drops this thread's search cache, and with it the reference that keeps the list searched
+// last alive: a new scan is about to replace that list.
+void forgetSearchedList();
+
 } // namespace pindle::detail
