@@ -13,11 +13,16 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QScopedValueRollback>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <QWindow>
 
 #include <algorithm>
 #include <cmath>
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace pindle::ui {
 namespace {
@@ -28,6 +33,8 @@ constexpr double separatorHeight = 1;
 constexpr int listInset = 6;
 constexpr double rowHeight = 50;
 constexpr int messageLeading = 18;
+// How long after a panel hides the freed memory is returned to the system.
+constexpr int trimDelayMs = 250;
 constexpr int messagePixelSize = 13;
 // The panel's top edge sits this share of the visible height below the top of the screen.
 constexpr double topOffsetShare = -0.22;
@@ -273,6 +280,15 @@ void PanelController::hide(bool restoringFocus)
     }
     if (restoringFocus)
         FocusRestore::restore();
+#ifdef __GLIBC__
+    // Each showing scans the folder again and frees the list it replaces, but the C library keeps
+    // the freed pages for later; handing them back once the panel is gone is what keeps an idle
+    // Pindle small. Done later, so that it delays neither the hiding nor a quick reopening.
+    QTimer::singleShot(trimDelayMs, m_panel, [panel = m_panel] {
+        if (!panel->isVisible())
+            ::malloc_trim(0);
+    });
+#endif
 }
 
 void PanelController::present()
