@@ -6,11 +6,11 @@
 # The key presses are real XTEST key events; "painted" means a pixel of the panel read back from
 # the X server. The first showing is reported apart (cold); the rest give the warm figures.
 #
-#     bench/panel-latency.sh [RUNS]      (default 30 per panel)
+#     bench/panel-latency.sh [RUNS]      (default 30 per panel; PINDLE_BENCH_BUILD picks the build)
 set -euo pipefail
 source "$(dirname "$0")/../scripts/lib/common.sh"
 runs=${1:-30}
-build="$pindle_root/build/release"
+build="${PINDLE_BENCH_BUILD:-$pindle_root/build/release}"
 
 pindle_ensure_packages "${PINDLE_PACKAGES[@]}"
 pindle_build "$build" -DCMAKE_BUILD_TYPE=Release -DPINDLE_BUILD_TESTS=OFF -DPINDLE_BUILD_BENCH=OFF
