@@ -30,7 +30,8 @@ icu::Locale userCollationLocale()
 std::unique_ptr<icu::Collator> makeCollator()
 {
     UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(userCollationLocale(), status));
+    std::unique_ptr<icu::Collator> collator(
+        icu::Collator::createInstance(userCollationLocale(), status));
     if (U_FAILURE(status) || !collator) {
         status = U_ZERO_ERROR;
         collator.reset(icu::Collator::createInstance(icu::Locale::getRoot(), status));
@@ -70,19 +71,32 @@ int compare(const QString &a, const QString &b)
 
 QByteArray sortKey(const QString &name)
 {
+    std::string key;
+    appendSortKey(name, key);
+    return QByteArray(key.data(), qsizetype(key.size()));
+}
+
+size_t appendSortKey(const QString &name, std::string &keys)
+{
     const icu::Collator *c = collator();
-    if (c == nullptr)
-        return name.toCaseFolded().toUtf8();
+    if (c == nullptr) {
+        const QByteArray folded = name.toCaseFolded().toUtf8();
+        keys.append(folded.constData(), size_t(folded.size()));
+        return size_t(folded.size());
+    }
     const icu::UnicodeString text = toIcu(name);
-    QByteArray key(64, Qt::Uninitialized);
-    int32_t needed = c->getSortKey(text, reinterpret_cast<uint8_t *>(key.data()), int32_t(key.size()));
-    if (needed > key.size()) {
-        key.resize(needed);
-        needed = c->getSortKey(text, reinterpret_cast<uint8_t *>(key.data()), int32_t(key.size()));
+    const size_t at = keys.size();
+    constexpr int32_t usualSize = 64;
+    keys.resize(at + usualSize);
+    int32_t needed = c->getSortKey(text, reinterpret_cast<uint8_t *>(keys.data() + at), usualSize);
+    if (needed > usualSize) {
+        keys.resize(at + size_t(needed));
+        needed = c->getSortKey(text, reinterpret_cast<uint8_t *>(keys.data() + at), needed);
     }
     // ICU counts the terminating zero byte; the key compares the same without it.
-    key.resize(needed > 0 ? needed - 1 : 0);
-    return key;
+    const size_t size = needed > 0 ? size_t(needed - 1) : 0;
+    keys.resize(at + size);
+    return size;
 }
 
 } // namespace pindle::Collation

@@ -14,6 +14,8 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -66,11 +68,13 @@ bool isRegularFile(int folder, const dirent &entry)
     return ::fstatat(folder, entry.d_name, &info, 0) == 0 && S_ISREG(info.st_mode);
 }
 
+// The sort keys of all entries are kept in one buffer, which saves an allocation per entry.
 struct Listed
 {
     QUrl url;
     QString displayName;
-    QByteArray sortKey;
+    size_t keyAt;
+    size_t keySize;
 };
 
 // The sort compares the keys' first sixteen bytes as two numbers and looks further only on a
@@ -82,10 +86,10 @@ struct SortEntry
     quint32 index;
 };
 
-quint64 bigEndianAt(const QByteArray &key, qsizetype from)
+quint64 bigEndianAt(std::string_view key, size_t from)
 {
     quint64 value = 0;
-    for (qsizetype i = from; i < from + 8; ++i)
+    for (size_t i = from; i < from + 8; ++i)
         value = (value << 8) | (i < key.size() ? quint8(key[i]) : 0);
     return value;
 }
@@ -125,6 +129,8 @@ QList<IndexedFile> scan()
     const QString prefix = folderPath.endsWith(u'/') ? folderPath : folderPath + u'/';
     std::vector<Listed> listed;
     listed.reserve(256);
+    std::string keys;
+    keys.reserve(8192);
     for (;;) {
         errno = 0;
         const dirent *entry = ::readdir(listing.get());
@@ -138,28 +144,37 @@ QList<IndexedFile> scan()
             continue;
         const QString path = pathOf(prefix, entry->d_name);
         QString displayName = displayNameOf(QStringView(path).sliced(prefix.size()));
-        QByteArray sortKey = Collation::sortKey(displayName);
-        listed.push_back({QUrl::fromLocalFile(path), std::move(displayName), std::move(sortKey)});
+        const size_t keyAt = keys.size();
+        const size_t keySize = Collation::appendSortKey(displayName, keys);
+        listed.push_back({QUrl::fromLocalFile(path), std::move(displayName), keyAt, keySize});
     }
 
     // Sorting positions rather than the records saves moving URLs and strings around.
+    const auto keyOf = [&](const Listed &entry) {
+        return std::string_view(keys).substr(entry.keyAt, entry.keySize);
+    };
     std::vector<SortEntry> order;
     order.reserve(listed.size());
-    for (quint32 i = 0; i < listed.size(); ++i)
-        order.push_back({bigEndianAt(listed[i].sortKey, 0), bigEndianAt(listed[i].sortKey, 8), i});
+    for (quint32 i = 0; i < listed.size(); ++i) {
+        const std::string_view key = keyOf(listed[i]);
+        order.push_back({bigEndianAt(key, 0), bigEndianAt(key, 8), i});
+    }
     std::ranges::stable_sort(order, [&](const SortEntry &a, const SortEntry &b) {
         if (a.keyHead != b.keyHead)
             return a.keyHead < b.keyHead;
         if (a.keyNext != b.keyNext)
             return a.keyNext < b.keyNext;
-        return listed[a.index].sortKey < listed[b.index].sortKey;
+        // Compared as unsigned bytes, as memcmp does.
+        return keyOf(listed[a.index]) < keyOf(listed[b.index]);
     });
 
     QList<IndexedFile> files;
     files.reserve(qsizetype(listed.size()));
     for (const SortEntry &sorted : order) {
         Listed &entry = listed[sorted.index];
-        auto prepared = detail::prepareName(entry.displayName, std::move(entry.sortKey));
+        const std::string_view key = keyOf(entry);
+        auto prepared = detail::prepareName(entry.displayName,
+                                            QByteArrayView(key.data(), qsizetype(key.size())));
         files.append({std::move(entry.url), std::move(entry.displayName), std::move(prepared)});
     }
     return files;

@@ -263,22 +263,28 @@ std::shared_ptr<PreparedName> newPreparedName(size_t arrayBytes, std::byte *&arr
 
 } // namespace
 
-std::shared_ptr<const PreparedName> prepareName(const QString &displayName, QByteArray collationKey)
+std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
+                                                QByteArrayView collationKey)
 {
+    // The key is stored beside the name's arrays, so that a prepared name costs no allocation
+    // of its own.
+    const auto keySize = size_t(collationKey.size());
     std::byte *arrays = nullptr;
     std::shared_ptr<PreparedName> prepared;
     if (isPlainAscii(displayName)) {
-        prepared = newPreparedName(size_t(displayName.size()), arrays);
+        const auto n = size_t(displayName.size());
+        prepared = newPreparedName(n + keySize, arrays);
         auto *text = reinterpret_cast<char *>(arrays);
         const char16_t *units = reinterpret_cast<const char16_t *>(displayName.utf16());
-        std::copy(units, units + displayName.size(), text);
+        std::copy(units, units + n, text);
         prepared->text = text;
         prepareAscii(*prepared, displayName);
+        arrays += n;
     } else {
         thread_local UnicodeDescription description;
         describeUnicode(description, displayName);
         const auto n = size_t(description.ids.size());
-        prepared = newPreparedName(n * (sizeof(uint32_t) + sizeof(uint8_t)), arrays);
+        prepared = newPreparedName(n * (sizeof(uint32_t) + sizeof(uint8_t)) + keySize, arrays);
         auto *ids = reinterpret_cast<uint32_t *>(arrays);
         auto *flags = reinterpret_cast<uint8_t *>(ids + n);
         std::copy(description.ids.begin(), description.ids.end(), ids);
@@ -291,9 +297,14 @@ std::shared_ptr<const PreparedName> prepareName(const QString &displayName, QByt
         prepared->mask = description.mask;
         prepared->hasCamelHump = std::any_of(
             flags, flags + n, [](uint8_t f) { return (f & bonusMask) == camelHumpBonus; });
+        arrays = reinterpret_cast<std::byte *>(flags + n);
     }
     prepared->name = displayName;
-    prepared->collationKey = std::move(collationKey);
+    if (keySize > 0) {
+        auto *key = reinterpret_cast<char *>(arrays);
+        std::copy(collationKey.begin(), collationKey.end(), key);
+        prepared->collationKey = QByteArray::fromRawData(key, qsizetype(keySize));
+    }
     return prepared;
 }
 
@@ -604,11 +615,21 @@ QList<ScoredFile> matching(const QString &url, const QList<IndexedFile> &files, 
     const QString trimmed = Text::trimmedWhitespaceAndNewlines(url);
     if (trimmed.isEmpty())
         return {};
+    // Unicode::canonicallyEqual, with the address decomposed once rather than once per file,
+    // and no normalizer at all for ASCII targets, which are their own decomposition.
+    const QString decomposedUrl = Unicode::decomposed(trimmed);
+    const auto isEqual = [&](const QString &target) {
+        if (target == trimmed)
+            return true;
+        const bool isAscii =
+            std::all_of(target.cbegin(), target.cend(), [](QChar c) { return c.unicode() < 0x80; });
+        return isAscii ? target == decomposedUrl : Unicode::decomposed(target) == decomposedUrl;
+    };
     QList<ScoredFile> results;
     // Every target is read, also after the last kept one, so that all of them are cached.
     for (const IndexedFile &file : files) {
         const std::optional<QString> target = ShortcutURL::target(file.url);
-        if (target && results.size() < limit && Unicode::canonicallyEqual(*target, trimmed))
+        if (target && results.size() < limit && isEqual(*target))
             results.push_back(ScoredFile{file, 0, {}});
     }
     return results;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QString>
 #include <QStringView>
 
@@ -20,8 +21,10 @@ namespace pindle::detail {
 // flags byte (position bonus, letter).
 struct PreparedName
 {
-    QString name;            // the text prepared, to notice a record whose name was changed
-    QByteArray collationKey; // empty when not given; the search then computes it if needed
+    QString name; // the text prepared, to notice a record whose name was changed
+    // Empty when not given; the search then computes it if needed. Refers to storage that lives
+    // as long as the record.
+    QByteArray collationKey;
     uint64_t mask = 0;       // one bit per class of ids present
     int32_t count = 0;       // characters of the name
     bool isMatchable = true; // false when lowercasing merged characters
@@ -38,7 +41,7 @@ struct PreparedName
 // is Collation::sortKey(displayName), which the scan has already computed for its sort. May
 // return null; the search then works from the name itself.
 std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
-                                                QByteArray collationKey);
+                                                QByteArrayView collationKey);
 
 // A query analysed for matching against prepared names: its lowercased characters as ids.
 struct PreparedQuery

@@ -342,6 +342,14 @@ TEST_F(UrlMatching, comparesUpToCanonicalEquivalence)
                                       write(u"Plain.url"_qs, u"https://host/cafe"_qs)};
     EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/cafe\u0301"_qs, files, 6)),
               QStringList{u"Cafe"_qs});
+    // The Kelvin sign decomposes to a plain "K": equivalence reaches across ASCII too.
+    const QList<IndexedFile> kelvin = {write(u"Ascii.url"_qs, u"https://host/K"_qs),
+                                       write(u"Sign.url"_qs, u"https://host/\u212A"_qs),
+                                       write(u"Lower.url"_qs, u"https://host/k"_qs)};
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/\u212A"_qs, kelvin, 6)),
+              (QStringList{u"Ascii"_qs, u"Sign"_qs}));
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/K"_qs, kelvin, 6)),
+              (QStringList{u"Ascii"_qs, u"Sign"_qs}));
 }
 
 TEST_F(UrlMatching, readsEveryTargetEvenAfterTheLimit)
