@@ -1,9 +1,6 @@
 #!/usr/bin/env bash
 # Failures of the X11 backend that must be clear rather than crashes: no display, a window
 # manager without EWMH, and the X server going away under a running client.
-# Usage: failures.sh PATH/TO/platform_probe
-PINDLE_PROBE=$1
-source "$(dirname "$0")/harness.sh"
 source "$(dirname "$0")/probe.sh"
 
 # one_line_naming_display STATUS_FILE ERR_FILE: exit status 1 and one line that names DISPLAY.
@@ -22,8 +19,8 @@ e2e_check "DISPLAY naming no server: one line naming DISPLAY, status 1" \
 
 # A bare X server: no window manager, only an active-window property one left behind.
 e2e_start --no-wm
-e2e_spawn editor xterm -title editor
-editor=$(e2e_window_named editor) || e2e_fail "xterm did not appear"
+e2e_xterm editor
+editor=$E2E_WINDOW
 probe_start main
 probe_ask main "set-active $editor" '^set$'
 probe_ask main frontmost '^frontmost '

@@ -2,17 +2,13 @@
 # Focus restore under openbox: the frontmost application is read from _NET_ACTIVE_WINDOW and
 # _NET_WM_PID, a window of ours takes the focus, and restoring gives it back to the captured
 # xterm even where openbox on its own would focus another window.
-# Usage: focus.sh PATH/TO/platform_probe
-PINDLE_PROBE=$1
-source "$(dirname "$0")/harness.sh"
 source "$(dirname "$0")/probe.sh"
 
 e2e_start
-e2e_spawn alpha xterm -title alpha
-alpha_pid=$E2E_PID
-alpha=$(e2e_window_named alpha) || e2e_fail "xterm alpha did not appear"
-e2e_spawn beta xterm -title beta
-beta=$(e2e_window_named beta) || e2e_fail "xterm beta did not appear"
+e2e_xterm alpha
+alpha_pid=$E2E_PID alpha=$E2E_WINDOW
+e2e_xterm beta
+beta=$E2E_WINDOW
 probe_start main
 probe_ask main pid '^pid '
 probe_pid=${PROBE_ANSWER#pid }
@@ -22,6 +18,13 @@ activate() {
     e2e_wait_active "$1" || e2e_fail "window $1 did not become active"
 }
 
+# show: shows our window and waits for it to become active; its id in $ours.
+show() {
+    probe_ask main show '^window '
+    ours=${PROBE_ANSWER#window }
+    e2e_wait_active "$ours" || e2e_fail "our window did not become active"
+}
+
 # Shows our window, hides it after capturing alpha with beta focused in between, so that
 # openbox's own choice on hiding is beta; with restore, alpha must come back.
 round() {
@@ -29,9 +32,7 @@ round() {
     activate "$alpha"
     probe_ask main capture '^captured$'
     activate "$beta"
-    probe_ask main show '^window '
-    ours=${PROBE_ANSWER#window }
-    e2e_wait_active "$ours" || e2e_fail "our window did not become active"
+    show
     probe_ask main hide '^hidden$'
     [ "$restore" = restore ] && probe_ask main restore '^restored$'
 }
@@ -51,22 +52,18 @@ e2e_check "restore gives the focus back to alpha" e2e_wait_active "$alpha" 5
 # While our window is active this process is frontmost, and a capture keeps alpha.
 activate "$alpha"
 probe_ask main capture '^captured$'
-probe_ask main show '^window '
-e2e_wait_active "${PROBE_ANSWER#window }" || e2e_fail "our window did not become active"
+show
 probe_ask main frontmost '^frontmost '
 e2e_check "this process is frontmost" test "$(cut -d' ' -f2 <<<"$PROBE_ANSWER")" = "$probe_pid"
 probe_ask main capture '^captured$'
 activate "$beta"
-probe_ask main show '^window '
-e2e_wait_active "${PROBE_ANSWER#window }" || e2e_fail "our window did not become active"
+show
 probe_ask main hide '^hidden$'
 probe_ask main restore '^restored$'
 e2e_check "the second capture kept alpha" e2e_wait_active "$alpha" 5
 
 # Making our window key while it is shown but another window has the focus brings it forward.
-probe_ask main show '^window '
-ours=${PROBE_ANSWER#window }
-e2e_wait_active "$ours" || e2e_fail "our window did not become active"
+show
 activate "$beta"
 probe_ask main show '^window '
 e2e_check "a shown window of ours takes the focus back" e2e_wait_active "$ours" 5

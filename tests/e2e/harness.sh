@@ -1,25 +1,8 @@
-# End-to-end harness: a private X server (Xvfb) with a real window manager (openbox), a
-# temporary HOME, and teardown of everything it started whatever happens. Source it from a bash
-# test script; do not run it.
-#
-#     #!/usr/bin/env bash
-#     source "$(dirname "$0")/harness.sh"
-#     e2e_start                          # or: e2e_start --no-wm (a bare X server)
-#     e2e_spawn editor xterm -title editor
-#     editor=$(e2e_window_named editor)  # waits for the window, prints its id (decimal)
-#     e2e_wait_active "$editor"          # waits until it is _NET_ACTIVE_WINDOW
-#     xdotool key alt+u
-#     e2e_wait_for_line "$E2E_TMP/editor.out" '^something$' 5
-#     e2e_check "the thing happened" test -s "$E2E_TMP/result"
-#     e2e_finish                         # exit status 0 when every e2e_check passed
-#
-# After e2e_start: DISPLAY names the private server (a free display number chosen by Xvfb, so
-# tests may run in parallel), HOME and XDG_RUNTIME_DIR are empty directories under E2E_TMP, and
-# E2E_TMP is a private directory removed at exit. e2e_spawn NAME CMD... runs CMD in the background with its output in
-# $E2E_TMP/NAME.out and NAME.err and its pid in E2E_PID (--stdin FILE feeds it). Spawned
-# processes, openbox and Xvfb are killed at exit, on failure and on interruption. Call e2e_start
-# once per script. Sourcing turns on `set -uo pipefail` (not -e: e2e_check carries on after a
-# failed check). Tools used: Xvfb, openbox, xdotool, xprop.
+# End-to-end harness, sourced by the bash test scripts: a private Xvfb (a display number it
+# picks, so tests run in parallel) with openbox unless e2e_start --no-wm, an empty HOME and
+# XDG_RUNTIME_DIR under the private E2E_TMP, and teardown of everything spawned whatever happens.
+# e2e_spawn NAME CMD... puts CMD's output in $E2E_TMP/NAME.{out,err} and its pid in E2E_PID.
+# e2e_check carries on after a failure (hence no set -e); e2e_finish exits 0 when all passed.
 
 set -uo pipefail
 
@@ -109,6 +92,12 @@ e2e_spawn() {
     "$@" <"$input" >"$E2E_TMP/$name.out" 2>"$E2E_TMP/$name.err" &
     E2E_PID=$!
     E2E_PIDS+=("$E2E_PID")
+}
+
+# e2e_xterm TITLE: an xterm (further arguments are passed on); sets E2E_WINDOW to its id.
+e2e_xterm() {
+    e2e_spawn "$1" xterm -title "$@"
+    E2E_WINDOW=$(e2e_window_named "$1" 15) || e2e_fail "xterm $1 did not appear"
 }
 
 # e2e_window_named TITLE [SECONDS]: prints the id of the visible window with exactly this title.

@@ -2,17 +2,13 @@
 # Global hot keys on a real X server under openbox: Alt+U registered through HotKeyManager fires
 # on xdotool's key presses whatever the lock keys, a key another client holds fails to register
 # and leaves nothing grabbed, and a changed keyboard mapping is followed.
-# Usage: hotkeys.sh PATH/TO/platform_probe
-PINDLE_PROBE=$1
-source "$(dirname "$0")/harness.sh"
 source "$(dirname "$0")/probe.sh"
 
 readonly lockMask=2 alt=8 numLockMask=16
 
 e2e_start
-e2e_spawn editor xterm -title editor
-editor=$(e2e_window_named editor) || e2e_fail "xterm did not appear"
-e2e_wait_active "$editor" || e2e_fail "xterm did not become active"
+e2e_xterm editor
+e2e_wait_active "$E2E_WINDOW" || e2e_fail "xterm did not become active"
 
 probe_start main
 probe_ask main "register 32 2048 U" '^(registered|failed) U$'

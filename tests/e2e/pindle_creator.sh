@@ -1,20 +1,13 @@
 #!/usr/bin/env bash
 # The creator in the real program: Alt+I with a web address on the clipboard, a name, Return
 # writes the .webloc and hands the focus back; with anything else on the clipboard, nothing.
-PINDLE_BIN=${1:?usage: $0 PINDLE_BINARY [SCREENSHOT_DIR]}
-PINDLE_SCREENSHOTS=${2:-}
-source "$(dirname "$0")/harness.sh"
 source "$(dirname "$0")/pindle_lib.sh"
 
-e2e_start
 pindle_setup
 pindle_webloc "Example Article" https://example.com/article
 pindle_webloc "Example Mirror" https://example.com/article
 pindle_webloc Elsewhere https://elsewhere.example/
-
-editor=$(pindle_editor editor)
 pindle_start
-pindle_wait_ready "$editor"
 
 # Not a web address: the key does nothing at all.
 for text in "ftp://files.example.com/" "example.com/page" "   "; do
@@ -49,8 +42,5 @@ xdotool key alt+i
 e2e_check "a second Alt+I hides the creator" e2e_wait_for 5 pindle_has_no_panel
 e2e_check "and gives the editor its focus back" e2e_wait_active "$editor" 5
 
-kill -INT "$PINDLE_PID"
-wait "$PINDLE_PID"
-status=$?
-e2e_check "SIGINT ends pindle with status 0 (was $status)" test "$status" -eq 0
+pindle_stop INT "$PINDLE_PID"
 e2e_finish

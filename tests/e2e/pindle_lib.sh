@@ -1,9 +1,14 @@
-# Shared by the pindle_*.sh end-to-end tests: the real pindle binary under the harness, a folder
-# of shortcuts in the temporary HOME, URL opening caught by a logging xdg-open first on PATH, and
-# screenshots of each panel state for review. Source after harness.sh; call pindle_setup after
-# e2e_start. PINDLE_BIN names the binary; screenshots go to PINDLE_SCREENSHOTS when it is set.
+# Shared by the pindle_*.sh end-to-end tests, called as SCRIPT PINDLE_BINARY [SCREENSHOT_DIR]:
+# the real pindle under the harness, a folder of shortcuts in the temporary HOME, URL opening
+# caught by a logging xdg-open first on PATH, and screenshots of each panel state for review.
 
+PINDLE_BIN=${1:?usage: $0 PINDLE_BINARY [SCREENSHOT_DIR]}
+PINDLE_SCREENSHOTS=${2:-}
+source "$(dirname "${BASH_SOURCE[0]}")/harness.sh"
+
+# pindle_setup: starts the X server and prepares the environment and the empty folder.
 pindle_setup() {
+    e2e_start
     export XDG_DATA_HOME="$HOME/.local/share" XDG_CONFIG_HOME="$HOME/.config"
     export XDG_RUNTIME_DIR="$E2E_TMP/runtime"
     mkdir -p "$XDG_DATA_HOME" "$XDG_CONFIG_HOME" "$XDG_RUNTIME_DIR" "$E2E_TMP/bin"
@@ -29,20 +34,24 @@ pindle_webloc() {
         "$2" >"$PINDLE_FOLDER/$1.webloc"
 }
 
-# pindle_editor TITLE: an xterm whose typed lines land in $E2E_TMP/TITLE.typed; prints its
-# window id once it is the active window.
-pindle_editor() {
-    local id
-    e2e_spawn "$1" xterm -title "$1" -e sh -c "exec cat >'$E2E_TMP/$1.typed'"
-    id=$(e2e_window_named "$1" 15) || e2e_fail "xterm $1 did not appear"
-    e2e_wait_active "$id" || e2e_fail "xterm $1 did not become active"
-    echo "$id"
-}
-
-# pindle_start: runs pindle in the background; PINDLE_PID is its pid.
+# pindle_start: an xterm "editor" (its typed lines land in $E2E_TMP/editor.typed; its id in
+# $editor), then pindle (PINDLE_PID), returning once the hot keys answer.
 pindle_start() {
+    e2e_xterm editor -e sh -c "exec cat >'$E2E_TMP/editor.typed'"
+    editor=$E2E_WINDOW
+    e2e_wait_active "$editor" || e2e_fail "the editor did not become active"
     e2e_spawn pindle "$PINDLE_BIN"
     PINDLE_PID=$E2E_PID
+    pindle_wait_ready "$editor"
+}
+
+# pindle_stop SIGNAL PID: sends SIGNAL and checks that the process ends with status 0.
+pindle_stop() {
+    local status
+    kill -"$1" "$2"
+    wait "$2"
+    status=$?
+    e2e_check "SIG$1 ends pindle $2 with status 0 (was $status)" test "$status" -eq 0
 }
 
 # pindle_visible_windows [PID]: the visible windows of pindle (of one process when given).

@@ -1,19 +1,12 @@
 #!/usr/bin/env bash
 # A second pindle finds both keys taken: it shows the start-up warning and keeps running, while
 # the first keeps answering the keys. SIGTERM ends the first one cleanly.
-PINDLE_BIN=${1:?usage: $0 PINDLE_BINARY [SCREENSHOT_DIR]}
-PINDLE_SCREENSHOTS=${2:-}
-source "$(dirname "$0")/harness.sh"
 source "$(dirname "$0")/pindle_lib.sh"
 
-e2e_start
 pindle_setup
 pindle_webloc Docs https://docs.example.com/
-
-editor=$(pindle_editor editor)
 pindle_start
 first=$PINDLE_PID
-pindle_wait_ready "$editor"
 
 e2e_spawn second "$PINDLE_BIN"
 second=$E2E_PID
@@ -35,12 +28,6 @@ e2e_check "Alt+U still opens the first instance's launcher" e2e_wait_for 5 pindl
 e2e_check "and not one of the second" pindle_has_no_panel "$second"
 xdotool key Escape
 
-kill -TERM "$first"
-wait "$first"
-status=$?
-e2e_check "SIGTERM ends the first instance with status 0 (was $status)" test "$status" -eq 0
-kill -TERM "$second"
-wait "$second"
-status=$?
-e2e_check "SIGTERM ends the second instance with status 0 (was $status)" test "$status" -eq 0
+pindle_stop TERM "$first"
+pindle_stop TERM "$second"
 e2e_finish

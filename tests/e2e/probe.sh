@@ -1,10 +1,13 @@
-# Drives platform_probe, the test client of the X11 backend, by its line protocol. Source after
-# harness.sh, with PINDLE_PROBE set to the probe's path.
+# Drives platform_probe, the test client of the X11 backend, by its line protocol. Sourced by
+# scripts called with the probe's path; brings in harness.sh.
 #
 #     probe_start main                               # waits for "ready"
 #     probe_ask main "register 32 2048 U" '^(registered|failed) U$'
-#     probe_said main '^registered U$'               # the answer to the last question
+#     probe_said '^registered U$'                    # the answer to the last question
 #     probe_wait main '^fired U$' 2                  # waits for the 2nd such line in all output
+
+PINDLE_PROBE=${1:?usage: $0 PATH/TO/platform_probe}
+source "$(dirname "${BASH_SOURCE[0]}")/harness.sh"
 
 # probe_start NAME: starts a probe whose commands come from a FIFO held open by this shell.
 probe_start() {
