@@ -1,6 +1,6 @@
-// Renders the panel the way a user sees it, for review: eight rows with one selected, and a
-// message row, each in a light and a dark palette. Run under an X server (tests/ui/screenshots.sh
-// starts Xvfb); writes <out>/panel-{rows,message}-{light,dark}.png.
+// Renders the panel for review: eight rows with one selected, and a message row, each in a light
+// and a dark palette. Run under an X server (tests/ui/screenshots.sh starts Xvfb); writes
+// <out>/panel-{rows,message}-{light,dark}.png.
 
 #include "platform/fake/FakePlatform.h"
 #include "ui/CommandField.h"
@@ -11,7 +11,6 @@
 #include <QFile>
 #include <QHBoxLayout>
 #include <QIcon>
-#include <QPainter>
 #include <QScreen>
 #include <QStyle>
 #include <QStyleFactory>
@@ -19,7 +18,6 @@
 #include <QTest>
 
 #include <cstdio>
-#include <memory>
 
 using namespace pindle;
 
@@ -28,128 +26,80 @@ namespace {
 class ThemedWorkspace : public platform::fake::FakeWorkspace
 {
 public:
-    QIcon iconForFile(const QString &) override
-    {
-        return QIcon::fromTheme(QStringLiteral("text-html"));
-    }
+    QIcon iconForFile(const QString &) override { return QIcon::fromTheme(u"text-html"_qs); }
 };
 
-// Stands in for the desktop behind the panel, so the corners and the edge can be judged.
-class Desktop : public QWidget
+QPalette palette(bool dark)
 {
-public:
-    explicit Desktop(bool dark) : m_dark(dark)
-    {
-        setWindowFlags(Qt::FramelessWindowHint | Qt::WindowStaysOnBottomHint);
-    }
-
-protected:
-    void paintEvent(QPaintEvent *) override
-    {
-        QPainter painter(this);
-        QLinearGradient gradient(0, 0, width(), height());
-        gradient.setColorAt(0, m_dark ? QColor(0x1d, 0x2b, 0x3a) : QColor(0x7a, 0xa7, 0xd9));
-        gradient.setColorAt(1, m_dark ? QColor(0x3a, 0x1f, 0x3d) : QColor(0xe8, 0xb8, 0xc8));
-        painter.fillRect(rect(), gradient);
-    }
-
-private:
-    bool m_dark;
-};
-
-QPalette darkPalette()
-{
-    QPalette palette;
-    palette.setColor(QPalette::Window, QColor(0x2b, 0x2b, 0x2e));
-    palette.setColor(QPalette::WindowText, QColor(0xee, 0xee, 0xf0));
-    palette.setColor(QPalette::Base, QColor(0x1f, 0x1f, 0x22));
-    palette.setColor(QPalette::Text, QColor(0xee, 0xee, 0xf0));
-    palette.setColor(QPalette::Button, QColor(0x35, 0x35, 0x39));
-    palette.setColor(QPalette::ButtonText, QColor(0xee, 0xee, 0xf0));
-    palette.setColor(QPalette::Highlight, QColor(0x5e, 0x9c, 0xff));
-    palette.setColor(QPalette::HighlightedText, Qt::white);
-    palette.setColor(QPalette::PlaceholderText, QColor(0xee, 0xee, 0xf0, 0x8c));
-    return palette;
-}
-
-QPalette lightPalette()
-{
-    const std::unique_ptr<QStyle> fusion(QStyleFactory::create(QStringLiteral("Fusion")));
+    const std::unique_ptr<QStyle> fusion(QStyleFactory::create(u"Fusion"_qs));
     QPalette palette = fusion->standardPalette();
-    palette.setColor(QPalette::Window, QColor(0xf6, 0xf6, 0xf7));
-    palette.setColor(QPalette::Highlight, QColor(0x2a, 0x6f, 0xdb));
-    palette.setColor(QPalette::PlaceholderText, QColor(0x1c, 0x1c, 0x1e, 0x80));
+    const QColor text = dark ? QColor(0xee, 0xee, 0xf0) : QColor(0x1c, 0x1c, 0x1e);
+    palette.setColor(QPalette::Window, dark ? QColor(0x2b, 0x2b, 0x2e) : QColor(0xf6, 0xf6, 0xf7));
+    palette.setColor(QPalette::Base, dark ? QColor(0x1f, 0x1f, 0x22) : Qt::white);
+    for (const QPalette::ColorRole role :
+         {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        palette.setColor(role, text);
+    palette.setColor(QPalette::Highlight,
+                     dark ? QColor(0x5e, 0x9c, 0xff) : QColor(0x2a, 0x6f, 0xdb));
+    palette.setColor(QPalette::PlaceholderText,
+                     QColor(text.red(), text.green(), text.blue(), 0x8c));
     return palette;
 }
 
-struct Sample
-{
-    const char *name;
-    QList<qsizetype> positions;
-    const char *target; // nullptr: a file without an address
-};
-
+// Long names and addresses show the eliding; the last file has no address, so its path shows.
 QList<ScoredFile> sampleResults(const QString &folder)
 {
-    const QList<Sample> samples{
-        {"NewsFeed", {0, 4}, "https://newsfeed.example.com/today"},
-        {"Netflix", {0, 3}, "https://www.netflix.com/browse"},
-        {"Nextcloud Files", {0, 10}, "https://cloud.example.org/apps/files/"},
-        {"Notion \u2014 Team Wiki", {0, 9}, "https://www.notion.so/team/wiki-3f2a9c"},
-        {"NixOS Search: packages and options for the unstable channel, every module documented",
-         {0, 20},
-         "https://search.nixos.org/packages?channel=unstable&from=0&size=50&sort=relevance"},
-        {"Caf\u00e9 Finder", {2, 5}, "https://cafe-finder.example.net/"},
-        {"Nature Food", {0, 7}, "https://www.nature.com/natfood/"},
-        {"nfs-notes.txt", {0, 1}, nullptr},
+    const struct
+    {
+        const char *name;
+        qsizetype first, second;
+        const char *target;
+    } samples[] = {
+        {"NewsFeed", 0, 4, "https://newsfeed.example.com/today"},
+        {"Netflix", 0, 3, "https://www.netflix.com/browse"},
+        {"Nextcloud Files", 0, 10, "https://cloud.example.org/apps/files/"},
+        {"Notion \u2014 Team Wiki", 0, 9, "https://www.notion.so/team/wiki-3f2a9c"},
+        {"NixOS Search: packages and options for the unstable channel, every module documented", 0,
+         20, "https://search.nixos.org/packages?channel=unstable&from=0&size=50&sort=relevance"},
+        {"Caf\u00e9 Finder", 2, 5, "https://cafe-finder.example.net/"},
+        {"Nature Food", 0, 7, "https://www.nature.com/natfood/"},
+        {"nfs-notes.txt", 0, 1, nullptr},
     };
     QList<ScoredFile> results;
-    for (const Sample &sample : samples) {
+    for (const auto &sample : samples) {
         const QString name = QString::fromUtf8(sample.name);
-        QString path = folder + u'/' + name;
-        if (sample.target != nullptr) {
-            path += QStringLiteral(".url");
-            QFile file(path);
-            if (file.open(QIODevice::WriteOnly))
-                file.write(QByteArray("[InternetShortcut]\r\nURL=") + sample.target + "\r\n");
-        } else {
-            QFile file(path);
-            if (file.open(QIODevice::WriteOnly))
-                file.write("mount -t nfs4 server:/export /mnt\n");
-        }
-        results.append({{QUrl::fromLocalFile(path), name}, 0, sample.positions});
+        const QString path = folder + u'/' + name + (sample.target ? u".url"_qs : QString());
+        QFile file(path);
+        if (file.open(QIODevice::WriteOnly))
+            file.write(sample.target ? QByteArray("[InternetShortcut]\r\nURL=") + sample.target
+                                     : QByteArray("mount -t nfs4 server:/export /mnt\n"));
+        results.append({{QUrl::fromLocalFile(path), name}, 0, {sample.first, sample.second}});
     }
     return results;
 }
 
-ui::CommandField *addSearchField(QWidget *header, const QString &text)
-{
-    auto *field = new ui::CommandField(header);
-    field->setObjectName(QStringLiteral("searchField"));
-    QFont font = QApplication::font();
-    font.setPixelSize(24);
-    field->setFont(font);
-    field->setPlaceholderText(QStringLiteral("Pindle to:"));
-    field->setText(text);
-    auto *layout = new QHBoxLayout(header);
-    layout->setContentsMargins(18, 0, 18, 0);
-    layout->addWidget(field, 0, Qt::AlignVCenter);
-    return field;
-}
-
 bool shoot(const QString &path, bool dark, bool message, const QString &folder)
 {
-    QApplication::setPalette(dark ? darkPalette() : lightPalette());
-    Desktop desktop(dark);
+    QApplication::setPalette(palette(dark));
+    // A coloured backdrop, so the corners and the edge can be judged.
+    QWidget desktop;
+    desktop.setWindowFlags(Qt::FramelessWindowHint | Qt::WindowStaysOnBottomHint);
+    desktop.setStyleSheet(dark ? u"background: #3a1f3d"_qs : u"background: #7aa7d9"_qs);
     desktop.setGeometry(QGuiApplication::primaryScreen()->geometry());
     desktop.show();
 
     auto *header = new QWidget;
     ui::PanelController panel(header, 58);
-    ui::CommandField *field =
-        addSearchField(header, message ? QStringLiteral("news") : QStringLiteral("nf"));
+    auto *field = new ui::CommandField(header);
+    QFont font = QApplication::font();
+    font.setPixelSize(24);
+    field->setFont(font);
+    field->setPlaceholderText(u"Pindle to:"_qs);
+    field->setText(message ? u"news"_qs : u"nf"_qs);
+    (new QHBoxLayout(header))->addWidget(field, 0, Qt::AlignVCenter);
+    header->layout()->setContentsMargins(18, 0, 18, 0);
     if (message) {
-        panel.renderRows(QDir::homePath() + QStringLiteral("/conflocal/urls not found"));
+        panel.renderRows(QDir::homePath() + u"/conflocal/urls not found"_qs);
     } else {
         panel.results = sampleResults(folder);
         panel.selectedIndex = 2;
@@ -174,30 +124,27 @@ bool shoot(const QString &path, bool dark, bool message, const QString &folder)
 
 int main(int argc, char **argv)
 {
-    QApplication::setStyle(QStringLiteral("Fusion"));
+    QApplication::setStyle(u"Fusion"_qs);
     QApplication app(argc, argv);
-    QApplication::setApplicationDisplayName(QStringLiteral("Pindle"));
-    QIcon::setThemeName(QStringLiteral("Adwaita"));
-    const QString out = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral(".");
+    QIcon::setThemeName(u"Adwaita"_qs);
+    const QString out = argc > 1 ? QString::fromLocal8Bit(argv[1]) : u"."_qs;
     QDir().mkpath(out);
 
     platform::fake::installFakePlatform();
     platform::services().workspace = std::make_unique<ThemedWorkspace>();
     // The fake screen matches the Xvfb screen the script starts, so placement is the real one.
-    const QRect screen = QGuiApplication::primaryScreen()->geometry();
+    const QRectF screen = QGuiApplication::primaryScreen()->geometry();
     auto *screens = static_cast<platform::fake::FakeScreens *>(platform::services().screens.get());
-    screens->all = {{QRectF(screen), QRectF(screen)}};
+    screens->all = {{screen, screen}};
     screens->main = screens->all.first();
-    screens->mouse = QPointF(screen.center());
+    screens->mouse = screen.center();
 
     QTemporaryDir folder;
     bool ok = true;
     for (const bool dark : {false, true}) {
         for (const bool message : {false, true}) {
-            const QString path =
-                QStringLiteral("%1/panel-%2-%3.png")
-                    .arg(out, message ? QStringLiteral("message") : QStringLiteral("rows"),
-                         dark ? QStringLiteral("dark") : QStringLiteral("light"));
+            const QString path = u"%1/panel-%2-%3.png"_qs.arg(
+                out, message ? u"message"_qs : u"rows"_qs, dark ? u"dark"_qs : u"light"_qs);
             const bool saved = shoot(path, dark, message, folder.path());
             std::printf("%s %s\n", saved ? "wrote" : "FAILED", qPrintable(path));
             ok = ok && saved;
