@@ -14,10 +14,13 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -71,11 +74,67 @@ bool isRegularFile(int folder, const dirent &entry)
 // The sort keys of all entries are kept in one buffer, which saves an allocation per entry.
 struct Listed
 {
-    QUrl url;
-    QString displayName;
+    IndexedFile record;
+    bool isNew; // made by this scan, and not yet prepared for searching
     size_t keyAt;
     size_t keySize;
 };
+
+// The last scan's names and records in listing order. A record depends on nothing but its
+// entry's name, and a folder that has not changed lists its entries in the same order, so the
+// next scan takes the record of an entry found at the same place under the same name instead of
+// building it again: rescans are cheap, and the two panels' lists share their records.
+class PreviousScan
+{
+public:
+    // Names are added as they are listed, and their records once all are made.
+    void addName(std::string_view name) { m_names.append(name.data(), name.size() + 1); }
+    void setRecords(std::vector<IndexedFile> records) { m_records = std::move(records); }
+    size_t size() const { return m_records.size(); }
+
+    // The record listed under `name`, looked for first at the same position.
+    const IndexedFile *find(std::string_view name, size_t position)
+    {
+        if (position == m_positionsChecked && position < m_records.size()) {
+            const std::string_view there(m_names.c_str() + m_nameAt);
+            m_nameAt += there.size() + 1;
+            ++m_positionsChecked;
+            if (there == name)
+                return usable(m_records[position]);
+        }
+        // Something changed before this entry: look the name up instead.
+        if (m_byName.empty() && !m_records.empty()) {
+            m_byName.reserve(m_records.size());
+            for (size_t at = 0, i = 0; i < m_records.size(); ++i) {
+                const std::string_view listed(m_names.c_str() + at);
+                m_byName.emplace(listed, i);
+                at += listed.size() + 1;
+            }
+        }
+        const auto found = m_byName.find(name);
+        return found == m_byName.end() ? nullptr : usable(m_records[found->second]);
+    }
+
+private:
+    static const IndexedFile *usable(const IndexedFile &record)
+    {
+        return record.prepared ? &record : nullptr;
+    }
+
+    std::string m_names; // each followed by a zero byte
+    std::vector<IndexedFile> m_records;
+    size_t m_nameAt = 0;
+    size_t m_positionsChecked = 0;
+    std::unordered_map<std::string_view, size_t> m_byName;
+};
+
+std::mutex previousScanMutex;
+
+PreviousScan &previousScan()
+{
+    static PreviousScan instance;
+    return instance;
+}
 
 // The sort compares the keys' first sixteen bytes as two numbers and looks further only on a
 // tie, which names that begin alike make common.
@@ -126,9 +185,18 @@ QList<IndexedFile> scan()
         return {};
     }
 
+    // Taken out for the length of the scan, so that scans on other threads start afresh rather
+    // than wait.
+    PreviousScan before;
+    {
+        const std::lock_guard lock(previousScanMutex);
+        before = std::exchange(previousScan(), {});
+    }
+    PreviousScan now;
+
     const QString prefix = folderPath.endsWith(u'/') ? folderPath : folderPath + u'/';
     std::vector<Listed> listed;
-    listed.reserve(256);
+    listed.reserve(std::max<size_t>(256, before.size()));
     std::string keys;
     keys.reserve(8192);
     for (;;) {
@@ -142,11 +210,21 @@ QList<IndexedFile> scan()
         // Hidden names, and "." and "..".
         if (entry->d_name[0] == '.' || !isRegularFile(::dirfd(listing.get()), *entry))
             continue;
+        const std::string_view name(entry->d_name);
+        now.addName(name);
+        const size_t position = listed.size();
+        const size_t keyAt = keys.size();
+        if (const IndexedFile *record = before.find(name, position)) {
+            const QByteArray &key = record->prepared->collationKey;
+            keys.append(key.constData(), size_t(key.size()));
+            listed.push_back({*record, false, keyAt, size_t(key.size())});
+            continue;
+        }
         const QString path = pathOf(prefix, entry->d_name);
         QString displayName = displayNameOf(QStringView(path).sliced(prefix.size()));
-        const size_t keyAt = keys.size();
         const size_t keySize = Collation::appendSortKey(displayName, keys);
-        listed.push_back({QUrl::fromLocalFile(path), std::move(displayName), keyAt, keySize});
+        listed.push_back(
+            {{QUrl::fromLocalFile(path), std::move(displayName)}, true, keyAt, keySize});
     }
 
     // Sorting positions rather than the records saves moving URLs and strings around.
@@ -172,12 +250,32 @@ QList<IndexedFile> scan()
     files.reserve(qsizetype(listed.size()));
     for (const SortEntry &sorted : order) {
         Listed &entry = listed[sorted.index];
-        const std::string_view key = keyOf(entry);
-        auto prepared = detail::prepareName(entry.displayName,
-                                            QByteArrayView(key.data(), qsizetype(key.size())));
-        files.append({std::move(entry.url), std::move(entry.displayName), std::move(prepared)});
+        if (entry.isNew) {
+            const std::string_view key = keyOf(entry);
+            entry.record.prepared = detail::prepareName(
+                entry.record.displayName, QByteArrayView(key.data(), qsizetype(key.size())));
+        }
+        files.append(entry.record);
     }
+    std::vector<IndexedFile> inListingOrder;
+    inListingOrder.reserve(listed.size());
+    for (Listed &entry : listed)
+        inListingOrder.push_back(std::move(entry.record));
+    now.setRecords(std::move(inListingOrder));
+
+    const std::lock_guard lock(previousScanMutex);
+    previousScan() = std::move(now);
     return files;
 }
 
 } // namespace pindle::FileIndex
+
+namespace pindle::detail {
+
+void forgetScannedRecords()
+{
+    const std::lock_guard lock(FileIndex::previousScanMutex);
+    FileIndex::previousScan() = {};
+}
+
+} // namespace pindle::detail

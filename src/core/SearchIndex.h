@@ -65,4 +65,8 @@ std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view lin
 // last alive: a new scan is about to replace that list.
 void forgetSearchedList();
 
+// Makes the next scan build every record anew, as the first scan of a process does, instead of
+// taking those of the last scan whose entries are unchanged.
+void forgetScannedRecords();
+
 } // namespace pindle::detail
