@@ -34,4 +34,16 @@ QByteArray readFile(const QString &path)
     return file.readAll();
 }
 
+QString writeWebloc(const QString &name, const QString &url)
+{
+    const QString path = shortcutFolder() + u'/' + name + QStringLiteral(".webloc");
+    writeFile(path, QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist "
+                                      "PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+                                      "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+                                      "<plist version=\"1.0\"><dict><key>URL</key><string>") +
+                        url.toHtmlEscaped().toUtf8() +
+                        QByteArrayLiteral("</string></dict></plist>\n"));
+    return path;
+}
+
 } // namespace pindle::test

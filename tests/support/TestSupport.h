@@ -12,5 +12,7 @@ QString shortcutFolder();
 // Writes bytes to path, creating parent folders; fails the test when it can't.
 void writeFile(const QString &path, const QByteArray &bytes);
 QByteArray readFile(const QString &path);
+// Writes <shortcut folder>/<name>.webloc pointing at url, as browsers do; returns its path.
+QString writeWebloc(const QString &name, const QString &url);
 
 } // namespace pindle::test

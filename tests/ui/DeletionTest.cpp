@@ -164,17 +164,4 @@ TEST_F(DeletionTest, NothingIsAskedWithoutAValidSelectionOrDoneWithoutTheControl
     EXPECT_TRUE(fakes.workspace->trashed.isEmpty());
 }
 
-TEST(Alert, ModalAnswersThroughTheHookAndRecordsTheQuestion)
-{
-    ui::Alert alert;
-    alert.messageText = QStringLiteral("Hot keys taken");
-    alert.addButton(QStringLiteral("OK"));
-    alert.addButton(QStringLiteral("Quit"));
-    ui::Alert::setNextAnswer(1001);
-    EXPECT_EQ(alert.runModal(), 1001);
-    ASSERT_TRUE(ui::Alert::lastAlert().has_value());
-    EXPECT_EQ(ui::Alert::lastAlert()->messageText, QStringLiteral("Hot keys taken"));
-    EXPECT_EQ(ui::Alert::lastAlert()->buttons().size(), 2);
-}
-
 } // namespace

@@ -154,22 +154,6 @@ TEST_F(CreatorListing, MissingFolderShowsNoRowsAndNoMessageAndSavingCreatesIt)
     EXPECT_FALSE(creator->isVisible());
 }
 
-TEST_F(CreatorAdopting, DownThenReturnCopiesTheNameWithTheCaretAtItsEnd)
-{
-    open();
-    key(name(), Qt::Key_Down);
-    ASSERT_FALSE(creator->results.isEmpty());
-    const QString adopted = creator->results[0].file.displayName;
-    key(name(), Qt::Key_Return);
-    EXPECT_EQ(name()->text(), adopted);
-    EXPECT_EQ(name()->cursorPosition(), adopted.size());
-    EXPECT_EQ(creator->selectedIndex, -1);
-    EXPECT_TRUE(creator->isVisible());
-    // Now a name search on the adopted name.
-    EXPECT_TRUE(shownNames().contains(adopted));
-    EXPECT_EQ(focused(), name());
-}
-
 TEST_F(CreatorAdopting, ClickingARowCopiesItsName)
 {
     open();
@@ -180,13 +164,20 @@ TEST_F(CreatorAdopting, ClickingARowCopiesItsName)
     EXPECT_EQ(creator->selectedIndex, -1);
 }
 
-TEST_F(CreatorSaving, AdoptedNameEditedThenSavedWritesTheFileAndRestoresFocus)
+TEST_F(CreatorAdopting, DownReturnAdoptsTheNameThenReturnSavesItEdited)
 {
     open();
     key(name(), Qt::Key_Down);
     ASSERT_FALSE(creator->results.isEmpty());
     const QString adopted = creator->results[0].file.displayName;
     key(name(), Qt::Key_Return);
+    EXPECT_EQ(name()->text(), adopted);
+    EXPECT_EQ(name()->cursorPosition(), adopted.size());
+    EXPECT_EQ(creator->selectedIndex, -1);
+    EXPECT_TRUE(creator->isVisible());
+    EXPECT_TRUE(shownNames().contains(adopted)); // now a name search on the adopted name
+    EXPECT_EQ(focused(), name());
+
     QTest::keyClicks(name(), QStringLiteral(" 2"));
     key(name(), Qt::Key_Return);
 

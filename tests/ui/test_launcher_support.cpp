@@ -6,15 +6,6 @@
 
 namespace pindle::test {
 
-QString writeWebloc(const QString &name, const QString &url)
-{
-    const QString path = shortcutFolder() + QLatin1Char('/') + name + QStringLiteral(".webloc");
-    writeFile(path, QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                                      "<plist version=\"1.0\"><dict><key>URL</key><string>") +
-                        url.toUtf8() + QByteArrayLiteral("</string></dict></plist>\n"));
-    return path;
-}
-
 QStringList visibleLabelTexts(const QWidget *widget)
 {
     QStringList texts;

@@ -1,7 +1,7 @@
 #pragma once
 
-// Shared by the launcher and creator tests: shortcut files in the temporary HOME, the fake
-// desktop services, and key presses carrying an X modifier state.
+// Shared by the launcher and creator tests: visible texts and key presses carrying an X
+// modifier state.
 
 #include "platform/fake/FakePlatform.h"
 
@@ -12,9 +12,6 @@
 #include <QWidget>
 
 namespace pindle::test {
-
-// Writes $HOME/conflocal/urls/<name>.webloc pointing at url; returns its path.
-QString writeWebloc(const QString &name, const QString &url);
 
 // Texts of the visible labels under widget, in creation order.
 QStringList visibleLabelTexts(const QWidget *widget);
