@@ -126,33 +126,22 @@ struct Model
     }
 };
 
-const std::vector<QString> &pieces()
+// Letters in both cases, digits, separators, composed and decomposed accents, characters whose
+// case mapping changes length, titlecase, emoji with a modifier, a lone combining mark, CRLF.
+std::vector<QString> pieces()
 {
-    static const std::vector<QString> list = {u(u"a"),          u(u"b"),
-                                              u(u"A"),          u(u"B"),
-                                              u(u"x"),          u(u"1"),
-                                              u(u"2"),          u(u" "),
-                                              u(u"-"),          u(u"_"),
-                                              u(u"."),          u(u"/"),
-                                              u(u"\t"),         u(u"\u00A0"),
-                                              u(u"\u00E9"),     u(u"e\u0301"),
-                                              u(u"E\u0301"),    u(u"\u00C9"),
-                                              u(u"\u0130"),     u(u"i"),
-                                              u(u"\u00DF"),     u(u"\u1E9E"),
-                                              u(u"\u01C5"),     u(u"\u01C6"),
-                                              u(u"\u01C4"),     u(u"\U0001F44D\U0001F3FD"),
-                                              u(u"\U0001F44D"), u(u"\u0301"),
-                                              u(u"\u03A3"),     u(u"\u03C3"),
-                                              u(u"\u212A"),     u(u"k"),
-                                              u(u"\r\n"),       u(u"\uFB00"),
-                                              u(u"\u4E1C"),     u(u"\u0660")};
-    return list;
+    const QStringList list =
+        u(u"a|b|A|B|x|1|2| |-|_|.|/|\t|\u00A0|\u00E9|e\u0301|E\u0301|\u00C9|\u0130|i|\u00DF|"
+          u"\u1E9E|\u01C5|\u01C6|\u01C4|\U0001F44D\U0001F3FD|\U0001F44D|\u0301|\u03A3|"
+          u"\u03C3|\u212A|k|\r\n|\uFB00|\u4E1C|\u0660")
+            .split(u'|');
+    return {list.begin(), list.end()};
 }
 
 TEST(MatcherAgainstModel, agreesOnRandomShortStrings)
 {
     std::mt19937 random(20260611);
-    const std::vector<QString> &all = pieces();
+    const std::vector<QString> all = pieces();
     std::uniform_int_distribution<size_t> anyPiece(0, all.size() - 1);
     int matched = 0;
     for (int round = 0; round < 6000; ++round) {
@@ -247,8 +236,8 @@ TEST(UnicodeText, segmentsLikeTheWholeTextIterator)
 {
     std::mt19937 random(99);
     std::vector<QString> all = pieces();
-    for (const char16_t *extra : {u"\u200D", u"\U0001F1E9", u"\U0001F1EA", u"\u0600", u"\n",
-                                  u"\r", u"\u1100", u"\u1161", u"\u0903", u"\U0001F468"})
+    for (const char16_t *extra : {u"\u200D", u"\U0001F1E9", u"\U0001F1EA", u"\u0600", u"\n", u"\r",
+                                  u"\u1100", u"\u1161", u"\u0903", u"\U0001F468"})
         all.push_back(QString::fromUtf16(extra));
     for (int round = 0; round < 3000; ++round) {
         QString text;

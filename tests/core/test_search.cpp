@@ -75,37 +75,11 @@ void expectSameRows(const QList<ScoredFile> &actual, const QList<ScoredFile> &ex
 // that need more than ASCII (accents both ways, emoji, case-changing letters).
 QStringList generatedNames(int count, unsigned seed)
 {
-    const QStringList words = {u"news"_qs,
-                               u"Feed"_qs,
-                               u"GitHub"_qs,
-                               u"mail"_qs,
-                               u"Doc"_qs,
-                               u"rust"_qs,
-                               u"book"_qs,
-                               u"HTTP"_qs,
-                               u"api"_qs,
-                               u"Map"_qs,
-                               u"notes"_qs,
-                               u"Wiki"_qs,
-                               u"a"_qs,
-                               u"b"_qs,
-                               u"Game"_qs,
-                               u"mode"_qs,
-                               u"Caf\u00E9"_qs,
-                               u"cafe\u0301"_qs,
-                               u"\u0130stanbul"_qs,
-                               u"Stra\u00DFe"_qs,
-                               u"\u01C5ungla"_qs,
-                               u"\U0001F44D\U0001F3FD"_qs,
-                               u"\u039F\u03A3"_qs,
-                               u"\u6771\u4EAC"_qs,
-                               u"NewsFeed"_qs,
-                               u"x"_qs,
-                               u"Git Hub"_qs,
-                               u"\U0001F44D ok"_qs};
-    const QStringList joins = {u" "_qs,  u"-"_qs, u"_"_qs,   u"."_qs,  u"/"_qs,
-                               u": "_qs, u""_qs,  u" - "_qs, u"\t"_qs, u"\u00A0"_qs,
-                               u"#"_qs,  u"1"_qs, u"2024"_qs};
+    const QStringList words =
+        u"news|Feed|GitHub|mail|Doc|rust|book|HTTP|api|Map|notes|Wiki|a|b|Game|mode|Caf\u00E9|"
+        u"cafe\u0301|\u0130stanbul|Stra\u00DFe|\u01C5ungla|\U0001F44D\U0001F3FD|\u039F\u03A3|"
+        u"\u6771\u4EAC|NewsFeed|x|Git Hub|\U0001F44D ok"_qs.split(u'|');
+    const QStringList joins = u" |-|_|.|/|: || - |\t|\u00A0|#|1|2024"_qs.split(u'|');
     std::mt19937 random(seed);
     QStringList names;
     for (int i = 0; i < count; ++i) {
@@ -124,13 +98,9 @@ QStringList generatedNames(int count, unsigned seed)
     return names;
 }
 
-const QStringList corpusQueries = {
-    u"n"_qs,           u"nf"_qs,        u"news"_qs,       u"feed"_qs,   u"gh"_qs,
-    u"git hub"_qs,     u"doc"_qs,       u"a"_qs,          u"ab"_qs,     u"2"_qs,
-    u"20"_qs,          u"m"_qs,         u"map"_qs,        u"wiki"_qs,   u" mail\t"_qs,
-    u"-"_qs,           u"caf\u00E9"_qs, u"CAFE\u0301"_qs, u"i"_qs,      u"\u0130s"_qs,
-    u"stra\u00DFe"_qs, u"\u01C6"_qs,    u"\U0001F44D"_qs, u"\u03C3"_qs, u"\u03C2"_qs,
-    u"\u6771"_qs,      u"gm"_qs,        u"xb"_qs,         u"#1"_qs,     u"rb"_qs};
+const QStringList corpusQueries =
+    u"n|nf|news|feed|gh|git hub|doc|a|ab|2|20|m|map|wiki| mail\t|-|caf\u00E9|CAFE\u0301|i|\u0130s|"
+    u"stra\u00DFe|\u01C6|\U0001F44D|\u03C3|\u03C2|\u6771|gm|xb|#1|rb"_qs.split(u'|');
 
 TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
 {
@@ -298,15 +268,13 @@ class UrlMatching : public testing::Test
 protected:
     IndexedFile write(const QString &fileName, const QString &target)
     {
-        const QString path = test::shortcutFolder() + u'/' + fileName;
-        if (fileName.endsWith(u".url"_qs)) {
+        const QString name = fileName.section(u'.', 0, 0);
+        QString path = test::shortcutFolder() + u'/' + fileName;
+        if (fileName.endsWith(u".url"_qs))
             test::writeFile(path, "[InternetShortcut]\r\nURL=" + target.toUtf8() + "\r\n");
-        } else {
-            test::writeFile(path, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                                  "<plist version=\"1.0\"><dict><key>URL</key><string>" +
-                                      target.toUtf8() + "</string></dict></plist>\n");
-        }
-        return IndexedFile{QUrl::fromLocalFile(path), fileName.section(u'.', 0, 0)};
+        else
+            path = test::writeWebloc(name, target);
+        return IndexedFile{QUrl::fromLocalFile(path), name};
     }
 
     void TearDown() override { ShortcutURL::clearCaches(); }
@@ -361,6 +329,30 @@ TEST_F(UrlMatching, readsEveryTargetEvenAfterTheLimit)
     // The last file was read and cached by the call above, so its new content goes unseen.
     write(u"Three.url"_qs, u"https://y/"_qs);
     EXPECT_EQ(FileIndex::matching(u"https://x/"_qs, files, 6).size(), 3);
+}
+
+// Large lists are read on two threads before matching; every kind of file still gets its own
+// reader and its answer, in list order, and the cache holds each file's target.
+TEST_F(UrlMatching, readsALargeListOnTwoThreadsWithTheSameAnswers)
+{
+    QList<IndexedFile> files;
+    QStringList expected;
+    for (int i = 0; i < 300; ++i) {
+        const QString name = u"file %1"_qs.arg(i, 3, 10, QChar(u'0'));
+        const QString target = i % 7 == 0 ? u"https://x/same"_qs : u"https://x/%1"_qs.arg(i);
+        files.push_back(write(name + (i % 2 ? u".url"_qs : u".webloc"_qs), target));
+        if (i % 7 == 0)
+            expected.append(files.back().displayName);
+    }
+    test::writeFile(test::shortcutFolder() + u"/broken.webloc"_qs, "<plist><dict>");
+    files.insert(150,
+                 IndexedFile{QUrl::fromLocalFile(test::shortcutFolder() + u"/broken.webloc"_qs),
+                             u"broken"_qs});
+
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://x/same"_qs, files, 300)), expected);
+    EXPECT_EQ(ShortcutURL::target(files[1].url), u"https://x/1"_qs);
+    EXPECT_EQ(ShortcutURL::target(files[299].url), u"https://x/298"_qs);
+    EXPECT_EQ(ShortcutURL::target(files[150].url), std::nullopt);
 }
 
 TEST_F(UrlMatching, blankTextReadsNoFile)
