@@ -1,6 +1,6 @@
 // A small X client for the end-to-end tests of the X11 backend. It reads one command per line
 // on stdin and answers on stdout, one line each; hot-key presses print "fired NAME" whenever
-// they arrive. See platform.sh for the commands in use.
+// they arrive. hotkeys.sh, focus.sh and failures.sh drive it.
 
 #include "platform/FocusRestore.h"
 #include "platform/HotKeyManager.h"

@@ -26,12 +26,18 @@ QList<std::uint32_t> registeredIDs(const FakeHotKeyService &service)
     return ids;
 }
 
+class HotKeys : public testing::Test
+{
+protected:
+    FakeHotKeyService service;
+    HotKeyManager manager{service};
+    int fired = 0;
+};
+
 } // namespace
 
-TEST(HotKeyManager, firstRegistrationInstallsTheHandlerAndNumbersFromOne)
+TEST_F(HotKeys, firstRegistrationInstallsTheHandlerAndNumbersFromOne)
 {
-    FakeHotKeyService service;
-    HotKeyManager manager(service);
     EXPECT_TRUE(manager.registerHotKey(keyU, option, [] {}));
     EXPECT_TRUE(service.hasHandler());
     EXPECT_TRUE(manager.registerHotKey(keyI, option, [] {}));
@@ -46,10 +52,8 @@ TEST(HotKeyManager, firstRegistrationInstallsTheHandlerAndNumbersFromOne)
     }
 }
 
-TEST(HotKeyManager, pressRunsTheActionOfThatKeyOnly)
+TEST_F(HotKeys, pressRunsTheActionOfThatKeyOnly)
 {
-    FakeHotKeyService service;
-    HotKeyManager manager(service);
     int launcher = 0, creator = 0;
     ASSERT_TRUE(manager.registerHotKey(keyU, option, [&] { ++launcher; }));
     ASSERT_TRUE(manager.registerHotKey(keyI, option, [&] { ++creator; }));
@@ -59,12 +63,9 @@ TEST(HotKeyManager, pressRunsTheActionOfThatKeyOnly)
     EXPECT_EQ(launcher, 0);
 }
 
-TEST(HotKeyManager, failedRegistrationStillUsesItsID)
+TEST_F(HotKeys, failedRegistrationStillUsesItsID)
 {
-    FakeHotKeyService service;
     service.heldElsewhere.insert({keyU, option});
-    HotKeyManager manager(service);
-    int fired = 0;
     EXPECT_FALSE(manager.registerHotKey(keyU, option, [&] { ++fired; }));
     EXPECT_TRUE(service.registered().isEmpty());
     EXPECT_TRUE(manager.registerHotKey(keyI, option, [] {}));
@@ -83,11 +84,9 @@ TEST(HotKeyManager, failedRegistrationStillUsesItsID)
     EXPECT_EQ(fired, 0);
 }
 
-TEST(HotKeyManager, handlerThatCannotBeInstalledUsesNoIDAndIsRetried)
+TEST_F(HotKeys, handlerThatCannotBeInstalledUsesNoIDAndIsRetried)
 {
-    FakeHotKeyService service;
     service.failInstall = true;
-    HotKeyManager manager(service);
     EXPECT_FALSE(manager.registerHotKey(keyU, option, [] {}));
     EXPECT_TRUE(service.registered().isEmpty());
 
@@ -97,11 +96,8 @@ TEST(HotKeyManager, handlerThatCannotBeInstalledUsesNoIDAndIsRetried)
     EXPECT_EQ(registeredIDs(service), QList<std::uint32_t>{1});
 }
 
-TEST(HotKeyManager, unregisterAllReleasesEverythingAndIDsKeepCounting)
+TEST_F(HotKeys, unregisterAllReleasesEverythingAndIDsKeepCounting)
 {
-    FakeHotKeyService service;
-    HotKeyManager manager(service);
-    int fired = 0;
     ASSERT_TRUE(manager.registerHotKey(keyU, option, [&] { ++fired; }));
     ASSERT_TRUE(manager.registerHotKey(keyI, option, [&] { ++fired; }));
 
@@ -123,11 +119,8 @@ TEST(HotKeyManager, unregisterAllReleasesEverythingAndIDsKeepCounting)
     EXPECT_EQ(fired, 1);
 }
 
-TEST(HotKeyManager, eventsWithoutAKnownIDAreHandledAndIgnored)
+TEST_F(HotKeys, eventsWithoutAKnownIDAreHandledAndIgnored)
 {
-    FakeHotKeyService service;
-    HotKeyManager manager(service);
-    int fired = 0;
     ASSERT_TRUE(manager.registerHotKey(keyU, option, [&] { ++fired; }));
     EXPECT_EQ(service.deliver({platform::EventHotKeyID{qvtr, 99}}), platform::noErr);
     EXPECT_EQ(service.deliver(platform::HotKeyEvent{}), platform::noErr);
@@ -136,11 +129,8 @@ TEST(HotKeyManager, eventsWithoutAKnownIDAreHandledAndIgnored)
     EXPECT_EQ(fired, 1);
 }
 
-TEST(HotKeyManager, actionMayUnregisterItsOwnKey)
+TEST_F(HotKeys, actionMayUnregisterItsOwnKey)
 {
-    FakeHotKeyService service;
-    HotKeyManager manager(service);
-    int fired = 0;
     ASSERT_TRUE(manager.registerHotKey(keyU, option, [&] {
         manager.unregisterAll();
         ++fired;

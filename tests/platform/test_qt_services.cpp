@@ -41,14 +41,6 @@ private:
     QStringList m_schemes;
 };
 
-QByteArray webloc(const char *url)
-{
-    return QByteArray(R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
-<plist version="1.0"><dict><key>URL</key><string>)") +
-           url + "</string></dict></plist>\n";
-}
-
 // Runs the rest of the test in an empty working directory, where a misplaced trash would land.
 class WorkingDirectory
 {
@@ -77,27 +69,18 @@ void expectTrashed(const QString &original)
 
 } // namespace
 
-TEST(Trash, movesAFileIntoTheHomeTrashWhenTheDataDirectoryIsMissing)
+TEST(Trash, createsTheHomeTrashWhenTheDataDirectoryIsMissingThenAddsToIt)
 {
     ASSERT_FALSE(QFile::exists(test::homePath() + QStringLiteral("/.local/share")));
     const WorkingDirectory cwd;
-    const QString file = test::shortcutFolder() + QStringLiteral("/Docs.webloc");
-    test::writeFile(file, webloc("https://example.org/"));
+    const QString first = test::writeWebloc(u"Docs"_qs, u"https://example.org/"_qs);
+    const QString second = test::shortcutFolder() + u"/b.url"_qs;
+    test::writeFile(second, "[InternetShortcut]\nURL=https://b/\n");
 
-    EXPECT_TRUE(moveFileToTrash(file));
-    expectTrashed(file);
-    EXPECT_TRUE(cwd.isEmpty());
-}
-
-TEST(Trash, movesAFileIntoAnExistingTrashBesideAnEarlierOne)
-{
-    const WorkingDirectory cwd;
-    const QString folder = test::shortcutFolder();
-    test::writeFile(folder + QStringLiteral("/a.url"), "[InternetShortcut]\nURL=https://a/\n");
-    ASSERT_TRUE(moveFileToTrash(folder + QStringLiteral("/a.url")));
-    test::writeFile(folder + QStringLiteral("/b.url"), "[InternetShortcut]\nURL=https://b/\n");
-    EXPECT_TRUE(moveFileToTrash(folder + QStringLiteral("/b.url")));
-    expectTrashed(folder + QStringLiteral("/b.url"));
+    EXPECT_TRUE(moveFileToTrash(first));
+    expectTrashed(first);
+    EXPECT_TRUE(moveFileToTrash(second));
+    expectTrashed(second);
     EXPECT_TRUE(cwd.isEmpty());
 }
 
@@ -110,15 +93,12 @@ TEST(Workspace, opensAnHttpTargetInTheBrowserAndAnythingElseAsTheFile)
 {
     const UrlCatcher catcher({QStringLiteral("http"), QStringLiteral("https"),
                               QStringLiteral("ftp"), QStringLiteral("file")});
-    const QString folder = test::shortcutFolder();
-    test::writeFile(folder + QStringLiteral("/web.webloc"), webloc("HTTPS://example.org/a?b=1"));
-    test::writeFile(folder + QStringLiteral("/ftp.webloc"), webloc("ftp://example.org/pub"));
-    test::writeFile(folder + QStringLiteral("/notes.txt"), "plain");
+    const QUrl web =
+        QUrl::fromLocalFile(test::writeWebloc(u"web"_qs, u"HTTPS://example.org/a?b=1"_qs));
+    const QUrl ftp = QUrl::fromLocalFile(test::writeWebloc(u"ftp"_qs, u"ftp://example.org/pub"_qs));
+    const QUrl notes = QUrl::fromLocalFile(test::shortcutFolder() + u"/notes.txt"_qs);
+    test::writeFile(notes.toLocalFile(), "plain");
     QtWorkspace workspace([] {});
-
-    const QUrl web = QUrl::fromLocalFile(folder + QStringLiteral("/web.webloc"));
-    const QUrl ftp = QUrl::fromLocalFile(folder + QStringLiteral("/ftp.webloc"));
-    const QUrl notes = QUrl::fromLocalFile(folder + QStringLiteral("/notes.txt"));
     EXPECT_TRUE(workspace.openFile(web));
     EXPECT_TRUE(workspace.openFile(ftp));
     EXPECT_TRUE(workspace.openFile(notes));
@@ -129,10 +109,8 @@ TEST(Workspace, opensAnHttpTargetInTheBrowserAndAnythingElseAsTheFile)
 TEST(Workspace, everyFileGetsAnIcon)
 {
     QtWorkspace workspace([] {});
-    const QString folder = test::shortcutFolder();
-    test::writeFile(folder + QStringLiteral("/web.webloc"), webloc("https://example.org/"));
-    EXPECT_FALSE(workspace.iconForFile(folder + QStringLiteral("/web.webloc")).isNull());
-    EXPECT_FALSE(workspace.iconForFile(folder + QStringLiteral("/no such file")).isNull());
+    EXPECT_FALSE(workspace.iconForFile(test::writeWebloc(u"web"_qs, u"https://a/"_qs)).isNull());
+    EXPECT_FALSE(workspace.iconForFile(test::shortcutFolder() + u"/no such file"_qs).isNull());
 }
 
 TEST(Pasteboard, writesReadsAndClearsPlainText)
