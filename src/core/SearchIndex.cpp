@@ -627,6 +627,7 @@ QList<ScoredFile> matching(const QString &url, const QList<IndexedFile> &files, 
     };
     QList<ScoredFile> results;
     // Every target is read, also after the last kept one, so that all of them are cached.
+    detail::cacheTargets(files);
     for (const IndexedFile &file : files) {
         const std::optional<QString> target = ShortcutURL::target(file.url);
         if (target && results.size() < limit && isEqual(*target))

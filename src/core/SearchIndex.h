@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/FileIndex.h"
+
 #include <QByteArray>
 #include <QByteArrayView>
 #include <QString>
@@ -64,6 +66,9 @@ std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view lin
 // Drops this thread's search cache, and with it the reference that keeps the list searched
 // last alive: a new scan is about to replace that list.
 void forgetSearchedList();
+
+// Reads the targets of the files not yet in ShortcutURL's cache, on two threads, into the cache.
+void cacheTargets(const QList<IndexedFile> &files);
 
 // Makes the next scan build every record anew, as the first scan of a process does, instead of
 // taking those of the last scan whose entries are unchanged.

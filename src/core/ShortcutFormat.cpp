@@ -5,6 +5,7 @@
 #include <QChar>
 #include <QFile>
 #include <QStringDecoder>
+#include <QStringEncoder>
 
 #include <plist/plist.h>
 
@@ -155,10 +156,21 @@ bool hasExtension(QStringView fileName, QLatin1StringView extension)
     return true;
 }
 
-std::optional<QByteArray> readFile(const QString &path)
+std::optional<QByteArrayView> readFile(const QString &path, FileBytes &into)
 {
-    const QByteArray nativePath = QFile::encodeName(path);
-    int fd = ::open(nativePath.constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    // The path in the file system's encoding, without an allocation for the usual length.
+    char pathBuffer[1024];
+    QByteArray longPath;
+    const char *nativePath = pathBuffer;
+    QStringEncoder encoder(QStringEncoder::Utf8);
+    if (encoder.requiredSpace(path.size()) < qsizetype(sizeof pathBuffer)) {
+        *encoder.appendToBuffer(pathBuffer, path) = '\0';
+    } else {
+        longPath = QFile::encodeName(path);
+        nativePath = longPath.constData();
+    }
+
+    int fd = ::open(nativePath, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
         return std::nullopt;
     const std::unique_ptr<int, FileCloser> closer(&fd);
@@ -167,10 +179,14 @@ std::optional<QByteArray> readFile(const QString &path)
     if (::fstat(fd, &info) != 0 || !isRegularFileOfShortcutSize(info))
         return std::nullopt;
 
-    QByteArray bytes(qsizetype(info.st_size), Qt::Uninitialized);
+    char *bytes = into.buffer;
+    if (info.st_size > qsizetype(sizeof into.buffer)) {
+        into.spill.resize(qsizetype(info.st_size));
+        bytes = into.spill.data();
+    }
     qsizetype filled = 0;
-    while (filled < bytes.size()) {
-        const ssize_t count = ::read(fd, bytes.data() + filled, size_t(bytes.size() - filled));
+    while (filled < info.st_size) {
+        const ssize_t count = ::read(fd, bytes + filled, size_t(info.st_size - filled));
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
@@ -179,8 +195,7 @@ std::optional<QByteArray> readFile(const QString &path)
             break;
         filled += count;
     }
-    bytes.truncate(filled);
-    return bytes;
+    return QByteArrayView(bytes, filled);
 }
 
 std::optional<QString> plistTarget(QByteArrayView bytes)

@@ -19,9 +19,16 @@ inline constexpr qint64 maxFileSize = qint64(1) << 20;
 // lower-cased, is `extension`, which is given in lower case.
 bool hasExtension(QStringView fileName, QLatin1StringView extension);
 
+// Room for a file's bytes: a real shortcut fits the buffer, anything larger goes to spill.
+struct FileBytes
+{
+    char buffer[4096];
+    QByteArray spill;
+};
+
 // The whole file, when it is a regular file (symbolic links followed) of at most maxFileSize
-// bytes; nothing otherwise. Never blocks on pipes or devices.
-std::optional<QByteArray> readFile(const QString &path);
+// bytes, read into `into`; nothing otherwise. Never blocks on pipes or devices.
+std::optional<QByteArrayView> readFile(const QString &path, FileBytes &into);
 
 // The string under the key "URL" of a property list (XML or binary) whose root is a dictionary.
 std::optional<QString> plistTarget(QByteArrayView bytes);
