@@ -188,7 +188,7 @@ int main(int argc, char **argv)
     const QByteArray folder = QFile::encodeName(FileIndex::directory().toLocalFile());
     std::vector<QByteArray> paths;
     listOnly(folder, &paths);
-    Samples freshScans, scans, targetPasses, subtitlePasses, listings, readings;
+    Samples freshScans, scans, matchingPasses, targetPasses, subtitlePasses, listings, readings;
     qsizetype listed = 0, withTarget = 0;
     // As in a panel, the last scan's list is replaced only once the new one is made.
     QList<IndexedFile> shown;
@@ -205,6 +205,12 @@ int main(int argc, char **argv)
         stopwatch.restart();
         const QList<IndexedFile> files = FileIndex::scan();
         const auto scan = stopwatch.lap();
+
+        // What the creator's URL list costs: every target read, on two threads, then compared.
+        stopwatch.restart();
+        (void)FileIndex::matching(u"https://example.org/1"_qs, files, 9);
+        const auto matchingPass = stopwatch.lap();
+        ShortcutURL::clearCaches();
 
         stopwatch.restart();
         qsizetype found = 0;
@@ -232,6 +238,7 @@ int main(int argc, char **argv)
         }
         freshScans.add(freshScan);
         scans.add(scan);
+        matchingPasses.add(matchingPass);
         targetPasses.add(targetPass);
         subtitlePasses.add(subtitlePass);
         listings.add(listing);
@@ -243,6 +250,7 @@ int main(int argc, char **argv)
     report("scan(), every record new", freshScans, scanBudgetMs);
     report("scan(), folder unchanged", scans, scanBudgetMs);
     report("first target() pass", targetPasses, targetPassBudgetMs);
+    report("matching(), cache empty", matchingPasses);
     report("subtitle() pass, from cache", subtitlePasses);
     report("bare listing", listings);
     report("bare open/fstat/read/close", readings);

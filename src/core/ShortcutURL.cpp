@@ -105,8 +105,10 @@ void cacheTargets(const QList<IndexedFile> &files)
 {
     auto &targets = ShortcutURL::caches().targets;
     std::vector<qsizetype> missing;
+    missing.reserve(size_t(files.size()));
+    // Just after a scan the cache is empty, and looking every file up would be wasted.
     for (qsizetype i = 0; i < files.size(); ++i) {
-        if (!targets.contains(files[i].url))
+        if (targets.isEmpty() || !targets.contains(files[i].url))
             missing.push_back(i);
     }
     // Below this, a helper thread costs about as much as it saves.
