@@ -10,9 +10,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/harness.sh"
 pindle_setup() {
     e2e_start
     export XDG_DATA_HOME="$HOME/.local/share" XDG_CONFIG_HOME="$HOME/.config"
-    export XDG_RUNTIME_DIR="$E2E_TMP/runtime"
-    mkdir -p "$XDG_DATA_HOME" "$XDG_CONFIG_HOME" "$XDG_RUNTIME_DIR" "$E2E_TMP/bin"
-    chmod 700 "$XDG_RUNTIME_DIR"
+    mkdir -p "$XDG_DATA_HOME" "$XDG_CONFIG_HOME" "$E2E_TMP/bin"
     unset BROWSER DEFAULT_BROWSER XDG_CURRENT_DESKTOP DESKTOP_SESSION
     PINDLE_OPENED="$E2E_TMP/opened.log"
     : >"$PINDLE_OPENED"

@@ -109,73 +109,64 @@ private:
         run(QString::fromLocal8Bit(buffer).trimmed().split(QLatin1Char(' '), Qt::SkipEmptyParts));
     }
 
+    // Each command prints one answer line; "quit" ends the probe.
     void run(const QStringList &words)
     {
-        if (words.isEmpty())
-            return;
-        const QString &command = words.first();
-        const QString arg1 = words.value(1), arg2 = words.value(2), arg3 = words.value(3);
+        const QString command = words.value(0), arg1 = words.value(1), arg2 = words.value(2);
         platform::Services &services = platform::services();
-        if (command == QLatin1String("register")) {
-            // register KEYCODE MODIFIERS NAME
-            const QString name = arg3;
-            const bool ok = m_hotKeys.registerHotKey(
-                arg1.toUInt(), arg2.toUInt(), [name] { say(QStringLiteral("fired ") + name); });
-            say((ok ? QStringLiteral("registered ") : QStringLiteral("failed ")) + name);
-        } else if (command == QLatin1String("unregister")) {
+        xcb_connection_t *c = platform::x11::connection();
+        if (command == u"register") { // register KEYCODE MODIFIERS NAME
+            const QString name = words.value(3);
+            const bool ok = m_hotKeys.registerHotKey(arg1.toUInt(), arg2.toUInt(),
+                                                     [name] { say(u"fired "_qs + name); });
+            say((ok ? u"registered "_qs : u"failed "_qs) + name);
+        } else if (command == u"unregister") {
             m_hotKeys.unregisterAll();
-            say(QStringLiteral("unregistered"));
-        } else if (command == QLatin1String("grab")) {
-            // grab LETTER XMODIFIERS: a raw grab of one combination, as another client
-            const bool ok =
-                grabRaw(arg1.at(0).toLatin1(), static_cast<std::uint16_t>(arg2.toUInt()));
-            say(ok ? QStringLiteral("grabbed") : QStringLiteral("busy"));
-        } else if (command == QLatin1String("remap")) {
-            // remap LETTER KEYCODE
-            const bool ok = remap(arg1.at(0).toLatin1(), static_cast<xcb_keycode_t>(arg2.toUInt()));
-            say(ok ? QStringLiteral("remapped") : QStringLiteral("remap failed"));
-        } else if (command == QLatin1String("locks")) {
-            xcb_connection_t *c = platform::x11::connection();
+            say(u"unregistered"_qs);
+        } else if (command == u"grab") { // grab LETTER XMODIFIERS, as another client would
+            say(grabRaw(arg1.at(0).toLatin1(), std::uint16_t(arg2.toUInt())) ? u"grabbed"_qs
+                                                                             : u"busy"_qs);
+        } else if (command == u"remap") { // remap LETTER KEYCODE
+            say(remap(arg1.at(0).toLatin1(), xcb_keycode_t(arg2.toUInt())) ? u"remapped"_qs
+                                                                           : u"remap failed"_qs);
+        } else if (command == u"locks") {
             xcb_query_pointer_reply_t *pointer = xcb_query_pointer_reply(
                 c, xcb_query_pointer(c, platform::x11::rootWindow(c)), nullptr);
-            say(QStringLiteral("locks %1").arg(pointer != nullptr ? pointer->mask : 0));
+            say(u"locks %1"_qs.arg(pointer != nullptr ? pointer->mask : 0));
             std::free(pointer);
-        } else if (command == QLatin1String("show")) {
+        } else if (command == u"show") {
             services.application->makeKeyAndOrderFront(&m_window);
-            say(QStringLiteral("window %1").arg(m_window.winId()));
-        } else if (command == QLatin1String("hide")) {
+            say(u"window %1"_qs.arg(m_window.winId()));
+        } else if (command == u"hide") {
             m_window.hide();
-            say(QStringLiteral("hidden"));
-        } else if (command == QLatin1String("capture")) {
+            say(u"hidden"_qs);
+        } else if (command == u"capture") {
             FocusRestore::capture();
-            say(QStringLiteral("captured"));
-        } else if (command == QLatin1String("restore")) {
+            say(u"captured"_qs);
+        } else if (command == u"restore") {
             FocusRestore::restore();
-            say(QStringLiteral("restored"));
-        } else if (command == QLatin1String("frontmost")) {
+            say(u"restored"_qs);
+        } else if (command == u"frontmost") {
             const auto app = services.focus->frontmostApplication();
-            say(app ? QStringLiteral("frontmost %1 %2").arg(app->processIdentifier).arg(app->window)
-                    : QStringLiteral("frontmost none"));
-        } else if (command == QLatin1String("terminated")) {
-            // terminated PID WINDOW
+            say(app ? u"frontmost %1 %2"_qs.arg(app->processIdentifier).arg(app->window)
+                    : u"frontmost none"_qs);
+        } else if (command == u"terminated") { // terminated PID WINDOW
             const platform::RunningApplication app{arg1.toLongLong(), arg2.toULongLong()};
-            say(services.focus->isTerminated(app) ? QStringLiteral("terminated yes")
-                                                  : QStringLiteral("terminated no"));
-        } else if (command == QLatin1String("set-active")) {
+            say(services.focus->isTerminated(app) ? u"terminated yes"_qs : u"terminated no"_qs);
+        } else if (command == u"set-active") {
             // set-active WINDOW: the root property a window manager that exited leaves behind
-            xcb_connection_t *c = platform::x11::connection();
             const xcb_window_t window = arg1.toUInt();
             xcb_change_property(c, XCB_PROP_MODE_REPLACE, platform::x11::rootWindow(c),
                                 platform::x11::atom(c, "_NET_ACTIVE_WINDOW"), XCB_ATOM_WINDOW, 32,
                                 1, &window);
             xcb_flush(c);
-            say(QStringLiteral("set"));
-        } else if (command == QLatin1String("pid")) {
-            say(QStringLiteral("pid %1").arg(getpid()));
-        } else if (command == QLatin1String("quit")) {
+            say(u"set"_qs);
+        } else if (command == u"pid") {
+            say(u"pid %1"_qs.arg(getpid()));
+        } else if (command == u"quit") {
             QCoreApplication::quit();
-        } else {
-            say(QStringLiteral("unknown ") + command);
+        } else if (!command.isEmpty()) {
+            say(u"unknown "_qs + command);
         }
     }
 
