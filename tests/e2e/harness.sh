@@ -75,9 +75,7 @@ e2e_start() {
     fi
 }
 
-e2e_has_ewmh_wm() {
-    xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id'
-}
+e2e_has_ewmh_wm() { xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id'; }
 
 # e2e_spawn [--stdin FILE] NAME CMD...: runs CMD in the background (stdin from FILE, else
 # /dev/null); sets E2E_PID.
@@ -112,23 +110,15 @@ e2e_window_named() {
 }
 
 # e2e_active_window: the id in _NET_ACTIVE_WINDOW (decimal), or nothing.
-e2e_active_window() {
-    xdotool getactivewindow 2>/dev/null
-}
+e2e_active_window() { xdotool getactivewindow 2>/dev/null; }
 
-e2e_is_active() {
-    [ "$(e2e_active_window)" = "$1" ]
-}
+e2e_is_active() { [ "$(e2e_active_window)" = "$1" ]; }
 
 # e2e_wait_active WINDOW [SECONDS]: waits until WINDOW is the active window.
-e2e_wait_active() {
-    e2e_wait_for "${2:-10}" e2e_is_active "$1"
-}
+e2e_wait_active() { e2e_wait_for "${2:-10}" e2e_is_active "$1"; }
 
 # e2e_wait_for_line FILE REGEX [SECONDS]: waits until a line of FILE matches REGEX.
-e2e_wait_for_line() {
-    e2e_wait_for "${3:-10}" grep -Eq -- "$2" "$1"
-}
+e2e_wait_for_line() { e2e_wait_for "${3:-10}" grep -Eq -- "$2" "$1"; }
 
 # e2e_check DESCRIPTION CMD...: runs CMD, reports, and counts a failure without stopping.
 e2e_check() {

@@ -105,14 +105,8 @@ pindle_screenshot() {
 }
 
 # pindle_clipboard TEXT: offers TEXT as the clipboard; xclip serves it until replaced.
-pindle_clipboard() {
-    printf '%s' "$1" | xclip -selection clipboard -i >/dev/null 2>&1
-}
+pindle_clipboard() { printf '%s' "$1" | xclip -selection clipboard -i >/dev/null 2>&1; }
 
-pindle_clipboard_is() {
-    [ "$(xclip -selection clipboard -o 2>/dev/null)" = "$1" ]
-}
+pindle_clipboard_is() { [ "$(xclip -selection clipboard -o 2>/dev/null)" = "$1" ]; }
 
-pindle_opened() {
-    grep -qxF -- "$1" "$PINDLE_OPENED"
-}
+pindle_opened() { grep -qxF -- "$1" "$PINDLE_OPENED"; }

@@ -39,25 +39,15 @@ probe_ask() {
     PROBE_ANSWER=$(tail -n +"$((before + 1))" "$E2E_TMP/$name.out" | grep -E -m1 -- "$3")
 }
 
-probe_has_line_after() {
-    tail -n +"$(($2 + 1))" "$E2E_TMP/$1.out" | grep -Eq -- "$3"
-}
+probe_has_line_after() { tail -n +"$(($2 + 1))" "$E2E_TMP/$1.out" | grep -Eq -- "$3"; }
 
 # probe_said REGEX: whether the last answer matches.
-probe_said() {
-    grep -Eq -- "$1" <<<"$PROBE_ANSWER"
-}
+probe_said() { grep -Eq -- "$1" <<<"$PROBE_ANSWER"; }
 
 # probe_count NAME REGEX: how many output lines match.
-probe_count() {
-    grep -Ec -- "$2" "$E2E_TMP/$1.out"
-}
+probe_count() { grep -Ec -- "$2" "$E2E_TMP/$1.out"; }
 
 # probe_wait NAME REGEX COUNT [SECONDS]: waits until COUNT output lines match.
-probe_wait() {
-    e2e_wait_for "${4:-5}" probe_count_is_at_least "$1" "$2" "$3"
-}
+probe_wait() { e2e_wait_for "${4:-5}" probe_count_is_at_least "$1" "$2" "$3"; }
 
-probe_count_is_at_least() {
-    [ "$(probe_count "$1" "$2")" -ge "$3" ]
-}
+probe_count_is_at_least() { [ "$(probe_count "$1" "$2")" -ge "$3" ]; }
