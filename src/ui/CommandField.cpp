@@ -62,6 +62,14 @@ void CommandField::keyPressEvent(QKeyEvent *event)
             event->accept();
             return;
         }
+        // Forward delete not taken by the mode removes one character whatever modifiers are
+        // held, as on the desktops shortcut files come from; Qt would take a word with Ctrl, or
+        // cut with Shift.
+        if (*command == TextCommand::deleteForward) {
+            del();
+            event->accept();
+            return;
+        }
     }
     QLineEdit::keyPressEvent(event);
 }

@@ -245,12 +245,19 @@ TEST_F(LauncherCopying, ChordsWithMoreModifiersAreLeftAlone)
     EXPECT_EQ(fakes.pasteboard->text, QStringLiteral("https://docs.example.com/"));
 }
 
-TEST_F(LauncherDeleting, DeleteWithoutControlEditsTheQuery)
+TEST_F(LauncherDeleting, DeleteThatIsNoChordOnARowEditsTheQuery)
 {
     type(QStringLiteral("docs"));
     key(Qt::Key_Home);
     key(Qt::Key_Delete);
     EXPECT_EQ(field()->text(), QStringLiteral("ocs"));
+    // With Control but no row to delete, one character goes, not a word, and the list follows.
+    type(QStringLiteral("x "));
+    key(Qt::Key_Home);
+    ASSERT_EQ(launcher->selectedIndex, -1);
+    key(Qt::Key_Delete, Qt::ControlModifier);
+    EXPECT_EQ(field()->text(), QStringLiteral(" ocs"));
+    EXPECT_EQ(launcher->selectedIndex, 0);
     EXPECT_FALSE(QApplication::activeModalWidget());
 }
 
