@@ -2,14 +2,16 @@
 # missing, and the CMake configure + build. Sourced, not run.
 
 # Build: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb. Tests: GoogleTest, the X server, the
-# window manager, key presses, the clipboard, a terminal to take focus from, fonts for Qt.
+# window manager, key presses, the clipboard, a terminal to take focus from (xterm needs the core
+# fonts of xfonts-base), fonts for Qt. Recommended packages are installed too, as a desktop has
+# them.
 # Fuzzing: clang with its libFuzzer runtime.
 PINDLE_PACKAGES=(
     g++ cmake ninja-build pkg-config
     qt6-base-dev qt6-qpa-plugins libqt6opengl6-dev libicu-dev libplist-dev
     libxcb1-dev libxcb-keysyms1-dev shared-mime-info
     googletest libgtest-dev
-    xvfb openbox xdotool xclip xterm x11-utils fonts-dejavu-core
+    xvfb xauth openbox xdotool xclip xterm xfonts-base x11-utils fonts-dejavu-core
     clang libclang-rt-14-dev
 )
 
@@ -25,14 +27,14 @@ pindle_ensure_packages() {
     done
     [ ${#missing[@]} -eq 0 ] && return 0
     if [ "$(id -u)" -ne 0 ]; then
-        echo "Pindle needs these Debian packages first:" >&2
-        echo "  sudo apt-get update && sudo apt-get install -y ${missing[*]}" >&2
+        echo "Pindle needs Debian packages that are missing; install them with:" >&2
+        echo "sudo apt-get install -y ${missing[*]}" >&2
         return 1
     fi
     echo "Installing: ${missing[*]}"
     export DEBIAN_FRONTEND=noninteractive
     apt-get update -qq
-    apt-get install -y -qq --no-install-recommends "${missing[@]}"
+    apt-get install -y -qq "${missing[@]}"
 }
 
 # pindle_build DIR [cmake options...]: configures once, then builds incrementally.
