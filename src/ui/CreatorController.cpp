@@ -150,20 +150,9 @@ bool CreatorController::doCommand(CommandField *field, TextCommand command)
                 updateResults();
         }
         return true;
-    case TextCommand::deleteForward:
-        if (isDeleteChord() && selectedIndex >= 0) {
-            confirmDeleteSelection(field);
-            return true;
-        }
-        return false;
-    case TextCommand::moveDown:
-        move(1, true);
-        return true;
-    case TextCommand::moveUp:
-        move(-1, true);
-        return true;
+    default:
+        return handleListCommand(field, command, true);
     }
-    return false;
 }
 
 } // namespace pindle::ui

@@ -154,20 +154,9 @@ bool LauncherController::doCommand(CommandField *field, TextCommand command)
             hide(true);
         }
         return true;
-    case TextCommand::deleteForward:
-        if (isDeleteChord() && selectedIndex >= 0) {
-            confirmDeleteSelection(field);
-            return true;
-        }
-        return false;
-    case TextCommand::moveDown:
-        move(1, false);
-        return true;
-    case TextCommand::moveUp:
-        move(-1, false);
-        return true;
+    default:
+        return handleListCommand(field, command, false);
     }
-    return false;
 }
 
 } // namespace pindle::ui

@@ -411,6 +411,25 @@ void PanelController::move(qsizetype step, bool allowNoSelection)
     updateSelectionHighlight();
 }
 
+bool PanelController::handleListCommand(QWidget *field, TextCommand command, bool allowNoSelection)
+{
+    switch (command) {
+    case TextCommand::deleteForward:
+        if (!isDeleteChord() || selectedIndex < 0)
+            return false;
+        confirmDeleteSelection(field);
+        return true;
+    case TextCommand::moveDown:
+        move(1, allowNoSelection);
+        return true;
+    case TextCommand::moveUp:
+        move(-1, allowNoSelection);
+        return true;
+    default:
+        return false;
+    }
+}
+
 void PanelController::rowClicked(qsizetype) {}
 
 void PanelController::updateResults() {}

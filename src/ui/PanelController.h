@@ -6,6 +6,7 @@
 
 #include "core/FileIndex.h"
 #include "platform/Platform.h"
+#include "ui/CommandField.h"
 
 #include <QList>
 #include <QObject>
@@ -98,6 +99,10 @@ protected:
     // application, place the panel, activate, make it key. The mode then focuses its field.
     void present();
     void positionWindow();
+    // The commands both modes give the list alike: the delete chord on a selected row asks to
+    // delete it, with the field focused afterwards; Up and Down move the selection. False for
+    // any other command, and for forward delete that is no chord on a row.
+    bool handleListCommand(QWidget *field, TextCommand command, bool allowNoSelection);
 
 private:
     // Nothing when the platform knows no screen at all.
