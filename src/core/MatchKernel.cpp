@@ -67,6 +67,33 @@ constexpr uint32_t caseBit(uint32_t id)
     return id >= 'a' && id <= 'z' ? 0x20 : 0;
 }
 
+#ifdef __SSE2__
+// Sixteen bytes of a name compared at once with one ASCII character, case folded as caseBit
+// says: a mask with one bit per byte that matched (two per matching 16-bit unit).
+template <typename Unit>
+struct LaneMatcher
+{
+    static constexpr int32_t lanes = 16 / int32_t(sizeof(Unit));
+
+    explicit LaneMatcher(uint32_t id)
+        : fold(sizeof(Unit) == 1 ? _mm_set1_epi8(char(caseBit(id)))
+                                 : _mm_set1_epi16(short(caseBit(id)))),
+          wanted(sizeof(Unit) == 1 ? _mm_set1_epi8(char(id)) : _mm_set1_epi16(short(id)))
+    {}
+
+    int matchesAt(const Unit *text) const
+    {
+        const __m128i block =
+            _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(text)), fold);
+        return _mm_movemask_epi8(sizeof(Unit) == 1 ? _mm_cmpeq_epi8(block, wanted)
+                                                   : _mm_cmpeq_epi16(block, wanted));
+    }
+
+    __m128i fold;
+    __m128i wanted;
+};
+#endif
+
 template <typename Unit>
 int32_t findForward(const AsciiName<Unit> &name, int32_t from, int32_t to, uint32_t id)
 {
@@ -76,17 +103,9 @@ int32_t findForward(const AsciiName<Unit> &name, int32_t from, int32_t to, uint3
     const Unit wanted = Unit(id);
     int32_t j = from;
 #ifdef __SSE2__
-    constexpr int32_t lanes = 16 / int32_t(sizeof(Unit));
-    const __m128i foldLanes =
-        sizeof(Unit) == 1 ? _mm_set1_epi8(char(fold)) : _mm_set1_epi16(short(fold));
-    const __m128i wantedLanes =
-        sizeof(Unit) == 1 ? _mm_set1_epi8(char(wanted)) : _mm_set1_epi16(short(wanted));
-    for (; j + lanes <= to; j += lanes) {
-        const __m128i block = _mm_or_si128(
-            _mm_loadu_si128(reinterpret_cast<const __m128i *>(name.text + j)), foldLanes);
-        const __m128i equal = sizeof(Unit) == 1 ? _mm_cmpeq_epi8(block, wantedLanes)
-                                                : _mm_cmpeq_epi16(block, wantedLanes);
-        if (const int bits = _mm_movemask_epi8(equal))
+    const LaneMatcher<Unit> matcher(id);
+    for (; j + matcher.lanes <= to; j += matcher.lanes) {
+        if (const int bits = matcher.matchesAt(name.text + j))
             return j + __builtin_ctz(unsigned(bits)) / int32_t(sizeof(Unit));
     }
 #endif
@@ -105,18 +124,10 @@ int32_t findBackward(const AsciiName<Unit> &name, int32_t to, uint32_t id)
     const Unit wanted = Unit(id);
     int32_t j = to;
 #ifdef __SSE2__
-    constexpr int32_t lanes = 16 / int32_t(sizeof(Unit));
-    const __m128i foldLanes =
-        sizeof(Unit) == 1 ? _mm_set1_epi8(char(fold)) : _mm_set1_epi16(short(fold));
-    const __m128i wantedLanes =
-        sizeof(Unit) == 1 ? _mm_set1_epi8(char(wanted)) : _mm_set1_epi16(short(wanted));
-    for (; j - lanes >= 0; j -= lanes) {
-        const __m128i block = _mm_or_si128(
-            _mm_loadu_si128(reinterpret_cast<const __m128i *>(name.text + j - lanes)), foldLanes);
-        const __m128i equal = sizeof(Unit) == 1 ? _mm_cmpeq_epi8(block, wantedLanes)
-                                                : _mm_cmpeq_epi16(block, wantedLanes);
-        if (const int bits = _mm_movemask_epi8(equal))
-            return j - lanes + (31 - __builtin_clz(unsigned(bits))) / int32_t(sizeof(Unit));
+    const LaneMatcher<Unit> matcher(id);
+    for (; j - matcher.lanes >= 0; j -= matcher.lanes) {
+        if (const int bits = matcher.matchesAt(name.text + j - matcher.lanes))
+            return j - matcher.lanes + (31 - __builtin_clz(unsigned(bits))) / int32_t(sizeof(Unit));
     }
 #endif
     for (--j; j >= 0; --j)
