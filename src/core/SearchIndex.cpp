@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +17,7 @@
 #include <mutex>
 #include <string>
 #include <sys/mman.h>
+#include <unistd.h>
 #include <unordered_map>
 
 namespace pindle::detail {
@@ -44,13 +46,17 @@ constexpr uint64_t maskBit(uint32_t id)
 }
 
 // A text whose every character is a single ASCII code unit: all of ASCII except CR, which
-// forms one character with a following LF.
+// forms one character with a following LF. A reduction without an early exit, which the
+// compiler turns into vector code: names are short, and most are plain.
 bool isPlainAscii(QStringView text)
 {
-    for (QChar c : text)
-        if (c.unicode() >= 0x80 || c.unicode() == u'\r')
-            return false;
-    return true;
+    char16_t bits = 0;
+    bool hasCarriageReturn = false;
+    for (const char16_t c : std::u16string_view(text.utf16(), size_t(text.size()))) {
+        bits |= c;
+        hasCarriageReturn |= c == u'\r';
+    }
+    return bits < 0x80 && !hasCarriageReturn;
 }
 
 struct TextHash
@@ -121,18 +127,19 @@ constexpr std::array<uint64_t, 128> asciiMaskBits = [] {
     return table;
 }();
 
-void prepareAscii(PreparedName &prepared, QStringView name)
+// The mask and camel-case hump of a plain ASCII name.
+void prepareAscii(PreparedName &prepared, const char *text, size_t n)
 {
     uint64_t mask = 0;
-    uint8_t previousClass = 0;
     bool hasCamelHump = false;
-    for (QChar c : name) {
-        mask |= asciiMaskBits[c.unicode()];
-        const uint8_t currentClass = asciiClasses[c.unicode()];
-        hasCamelHump |= (previousClass & lowercaseClass) && (currentClass & uppercaseClass);
-        previousClass = currentClass;
+    bool isAfterLowercase = false;
+    for (size_t i = 0; i < n; ++i) {
+        const auto c = uint8_t(text[i]);
+        mask |= asciiMaskBits[c];
+        hasCamelHump |= isAfterLowercase && uint8_t(c - 'A') < 26;
+        isAfterLowercase = uint8_t(c - 'a') < 26;
     }
-    prepared.count = int32_t(name.size());
+    prepared.count = int32_t(n);
     prepared.mask = mask;
     prepared.hasCamelHump = hasCamelHump;
 }
@@ -208,30 +215,48 @@ int32_t lowestTotalFor(double score, int32_t n)
 
 // Prepared names are stored in blocks, each shared by the names in it: records from the start,
 // the character arrays of non-ASCII names from the end. Preparing a plain name then allocates
-// nothing of its own. A block is small enough that a list's names leave little of it unused
-// once the list is gone, so an idle process keeps no more than the lists it still has.
+// nothing of its own.
 //
-// A block is mapped with its pages populated in one call: touching fresh pages one fault at a
-// time cost more than the preparing itself on virtual machines, where a fault is expensive.
+// Fresh memory is what preparing costs most on virtual machines: each new page costs a fault to
+// map it and, under shadow paging, a second one on first touch. So a block's pages are mapped
+// in one call, small blocks come from the heap (a freed block's pages are reused by the next
+// one, and are given back with the rest of the free heap), and once many names are live, blocks
+// of one huge page are used, which map and touch at the cost of a single page.
 class NameBlock
 {
 public:
-    static constexpr size_t size = size_t(64) << 10;
+    static constexpr size_t smallSize = size_t(64) << 10;
+    static constexpr size_t largeSize = size_t(2) << 20;
+    // Huge blocks are used above this much live data, so that one that is barely used adds
+    // at most half to it; below, small blocks keep a small collection's memory tight.
+    static constexpr size_t largeFrom = 2 * largeSize;
 
-    NameBlock()
+    static size_t nextSize()
     {
-        void *memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,
-                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-        m_memory = memory == MAP_FAILED ? nullptr : static_cast<std::byte *>(memory);
+        return liveBytes.load(std::memory_order_relaxed) >= largeFrom ? largeSize : smallSize;
+    }
+
+    explicit NameBlock(size_t size) : m_size(size), m_arraysAt(size)
+    {
+        m_memory = size == largeSize ? mapHuge() : static_cast<std::byte *>(std::malloc(size));
+        if (m_memory == nullptr)
+            return;
+        populate(m_memory, size);
+        liveBytes.fetch_add(size, std::memory_order_relaxed);
     }
     NameBlock(const NameBlock &) = delete;
     NameBlock &operator=(const NameBlock &) = delete;
     ~NameBlock()
     {
+        if (m_memory == nullptr)
+            return;
         for (size_t i = 0; i < m_count; ++i)
             reinterpret_cast<PreparedName *>(m_memory)[i].~PreparedName();
-        if (m_memory != nullptr)
-            ::munmap(m_memory, size);
+        liveBytes.fetch_sub(m_size, std::memory_order_relaxed);
+        if (m_size == largeSize)
+            ::munmap(m_memory, m_size);
+        else
+            std::free(m_memory);
     }
 
     // A new record with room for arrays of the given size, or null when the block is full.
@@ -246,9 +271,40 @@ public:
     }
 
 private:
+    // One huge page's worth, aligned to it so that the kernel can back it with one.
+    static std::byte *mapHuge()
+    {
+        void *mapped = ::mmap(nullptr, 2 * largeSize, PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (mapped == MAP_FAILED)
+            return nullptr;
+        auto *start = static_cast<std::byte *>(mapped);
+        auto *aligned = reinterpret_cast<std::byte *>(
+            (reinterpret_cast<uintptr_t>(start) + largeSize - 1) & ~(uintptr_t(largeSize) - 1));
+        if (aligned > start)
+            ::munmap(start, size_t(aligned - start));
+        ::munmap(aligned + largeSize, size_t(start + 2 * largeSize - (aligned + largeSize)));
+        ::madvise(aligned, largeSize, MADV_HUGEPAGE);
+        return aligned;
+    }
+
+    // Maps the block's whole pages now, in one call, instead of one fault at a time; pages
+    // the heap has used before are already there.
+    static void populate(std::byte *memory, size_t size)
+    {
+        const auto page = uintptr_t(::sysconf(_SC_PAGESIZE));
+        const uintptr_t begin = (reinterpret_cast<uintptr_t>(memory) + page - 1) & ~(page - 1);
+        const uintptr_t end = (reinterpret_cast<uintptr_t>(memory) + size) & ~(page - 1);
+        if (end > begin)
+            ::madvise(reinterpret_cast<void *>(begin), end - begin, MADV_POPULATE_WRITE);
+    }
+
+    static inline std::atomic<size_t> liveBytes = 0;
+
     std::byte *m_memory = nullptr;
+    size_t m_size;
     size_t m_count = 0;
-    size_t m_arraysAt = size;
+    size_t m_arraysAt;
 };
 
 // A record for a name whose non-ASCII description needs arrayBytes, with arrays pointing at
@@ -256,13 +312,13 @@ private:
 std::shared_ptr<PreparedName> newPreparedName(size_t arrayBytes, std::byte *&arrays)
 {
     thread_local std::shared_ptr<NameBlock> block;
-    if (arrayBytes < NameBlock::size / 4) {
+    if (arrayBytes < NameBlock::smallSize / 4) {
         for (int attempt = 0; attempt < 2; ++attempt) {
             if (!block)
-                block = std::make_shared<NameBlock>();
+                block = std::make_shared<NameBlock>(NameBlock::nextSize());
             if (PreparedName *name = block->take(arrayBytes, arrays))
                 return std::shared_ptr<PreparedName>(block, name);
-            block = std::make_shared<NameBlock>();
+            block = std::make_shared<NameBlock>(NameBlock::nextSize());
         }
     }
     auto name = std::make_shared<PreparedName>();
@@ -281,14 +337,15 @@ std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
     const auto keySize = size_t(collationKey.size());
     std::byte *arrays = nullptr;
     std::shared_ptr<PreparedName> prepared;
+    const auto *units = reinterpret_cast<const char16_t *>(displayName.utf16());
     if (isPlainAscii(displayName)) {
         const auto n = size_t(displayName.size());
         prepared = newPreparedName(n + keySize, arrays);
         auto *text = reinterpret_cast<char *>(arrays);
-        const char16_t *units = reinterpret_cast<const char16_t *>(displayName.utf16());
-        std::copy(units, units + n, text);
+        for (size_t i = 0; i < n; ++i)
+            text[i] = char(units[i]);
         prepared->text = text;
-        prepareAscii(*prepared, displayName);
+        prepareAscii(*prepared, text, n);
         arrays += n;
     } else {
         thread_local UnicodeDescription description;
