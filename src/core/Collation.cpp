@@ -1,5 +1,7 @@
 #include "core/Collation.h"
 
+#include "core/AsciiSortKeys.h"
+
 #include <unicode/coll.h>
 #include <unicode/locid.h>
 
@@ -51,6 +53,13 @@ const icu::Collator *collator()
     return instance.get();
 }
 
+const AsciiSortKeys *asciiKeys()
+{
+    static const std::optional<AsciiSortKeys> instance =
+        collator() != nullptr ? AsciiSortKeys::learn(*collator()) : std::nullopt;
+    return instance ? &*instance : nullptr;
+}
+
 icu::UnicodeString toIcu(const QString &text)
 {
     return icu::UnicodeString(false, reinterpret_cast<const char16_t *>(text.utf16()),
@@ -84,8 +93,13 @@ size_t appendSortKey(const QString &name, std::string &keys)
         keys.append(folded.constData(), size_t(folded.size()));
         return size_t(folded.size());
     }
-    const icu::UnicodeString text = toIcu(name);
     const size_t at = keys.size();
+    if (const AsciiSortKeys *table = asciiKeys();
+        table != nullptr &&
+        table->append({reinterpret_cast<const char16_t *>(name.utf16()), size_t(name.size())},
+                      keys))
+        return keys.size() - at;
+    const icu::UnicodeString text = toIcu(name);
     constexpr int32_t usualSize = 64;
     keys.resize(at + usualSize);
     int32_t needed = c->getSortKey(text, reinterpret_cast<uint8_t *>(keys.data() + at), usualSize);

@@ -50,13 +50,10 @@ constexpr uint64_t maskBit(uint32_t id)
 // compiler turns into vector code: names are short, and most are plain.
 bool isPlainAscii(QStringView text)
 {
-    char16_t bits = 0;
-    bool hasCarriageReturn = false;
-    for (const char16_t c : std::u16string_view(text.utf16(), size_t(text.size()))) {
-        bits |= c;
-        hasCarriageReturn |= c == u'\r';
-    }
-    return bits < 0x80 && !hasCarriageReturn;
+    unsigned isOther = 0;
+    for (const char16_t c : std::u16string_view(text.utf16(), size_t(text.size())))
+        isOther |= unsigned(c >= 0x80) | unsigned(c == u'\r');
+    return isOther == 0;
 }
 
 struct TextHash

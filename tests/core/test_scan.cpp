@@ -32,15 +32,17 @@ TEST(ScanListing, ListsVisibleRegularFilesAndLinksToThemUnderTheirDisplayNames)
 {
     for (const char *name :
          {"Example.WEBLOC", "Trip.Plans.Url", "Go.inetloc", "readme.txt", "archive", "dots.",
-          ".hidden.webloc", "work.webloc/inner.url", "#1 ?odd%.url"})
+          ".hidden.webloc", "work.webloc/inner.url", "#1 ?odd%.url", "#2 ?[x] \u00E9 100.url"})
         test::writeFile(inFolder(QString::fromUtf8(name)), {});
     ASSERT_TRUE(QFile::link(inFolder(u"readme.txt"_qs), inFolder(u"link.webloc"_qs)));
     ASSERT_TRUE(QFile::link(inFolder(u"work.webloc"_qs), inFolder(u"folder.webloc"_qs)));
 
-    EXPECT_EQ(scannedNames(),
-              QStringList({u"#1 ?odd%"_qs, u"archive"_qs, u"dots."_qs, u"Example"_qs, u"Go"_qs,
-                           u"link"_qs, u"readme.txt"_qs, u"Trip.Plans"_qs}));
-    EXPECT_EQ(FileIndex::scan().first().url, QUrl::fromLocalFile(inFolder(u"#1 ?odd%.url"_qs)));
+    EXPECT_EQ(scannedNames(), QStringList({u"#1 ?odd%"_qs, u"#2 ?[x] \u00E9 100"_qs, u"archive"_qs,
+                                           u"dots."_qs, u"Example"_qs, u"Go"_qs, u"link"_qs,
+                                           u"readme.txt"_qs, u"Trip.Plans"_qs}));
+    const QList<IndexedFile> files = FileIndex::scan();
+    EXPECT_EQ(files[0].url, QUrl::fromLocalFile(inFolder(u"#1 ?odd%.url"_qs)));
+    EXPECT_EQ(files[1].url, QUrl::fromLocalFile(inFolder(u"#2 ?[x] \u00E9 100.url"_qs)));
 }
 
 // CTest runs every case in a process of its own, so the collator is made under this locale.
