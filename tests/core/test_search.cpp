@@ -219,6 +219,17 @@ TEST(SearchRanking, higherScoreBeatsTheNameOrder)
     EXPECT_EQ(results[1].positions, (QList<qsizetype>{1, 2, 3, 4}));
 }
 
+TEST(SearchRanking, aLaterNameThatWinsOnlyByItsCamelHumpsStillEntersAFullList)
+{
+    // Once the row is full, names that can't beat it are passed over; a lowercase-uppercase
+    // step such as "aB" adds more than any step of a name without one could, so the bound must
+    // know of every hump, also one between the eighth and ninth characters.
+    for (const QString &camel : {u"xaBcDe"_qs, u"xxxxxx aBcde"_qs}) {
+        const QList<IndexedFile> files = preparedList({u"abcde"_qs, camel});
+        EXPECT_EQ(namesOf(FileIndex::search(u"abcde"_qs, files, 1)), QStringList{camel});
+    }
+}
+
 TEST(SearchRanking, keepsTheBestUpToTheLimit)
 {
     // Twenty hits of distinct scores (a longer name pays more), listed worst first.
