@@ -247,7 +247,7 @@ public:
     static constexpr size_t largeSize = size_t(2) << 20;
     // Huge blocks are used above this much live data, so that one that is barely used adds
     // at most half to it; below, small blocks keep a small collection's memory tight.
-    static constexpr size_t largeFrom = 2 * largeSize;
+    static constexpr size_t largeFrom = largeSize;
 
     static size_t nextSize()
     {
