@@ -118,38 +118,6 @@ std::string_view readInput(PageArray<char> &storage)
     return {storage.data(), storage.size()};
 }
 
-// The next occurrence of the query's first plain ASCII character, in either case.
-class NextOccurrence
-{
-public:
-    NextOccurrence(std::string_view input, const detail::PreparedQuery &query) : m_input(input)
-    {
-        if (query.asciiIds.empty() || query.hasK)
-            return;
-        const auto id = char(query.asciiIds.front());
-        m_wanted[0] = id;
-        m_wanted[1] = id >= 'a' && id <= 'z' ? char(id - 'a' + 'A') : id;
-        m_isUsable = true;
-    }
-
-    bool isUsable() const { return m_isUsable; }
-
-    size_t from(size_t position)
-    {
-        for (int i = 0; i < 2; ++i) {
-            if (m_next[i] != std::string_view::npos && m_next[i] < position)
-                m_next[i] = m_input.find(m_wanted[i], position);
-        }
-        return std::min(m_next[0], m_next[1]);
-    }
-
-private:
-    std::string_view m_input;
-    char m_wanted[2] = {};
-    size_t m_next[2] = {0, 0};
-    bool m_isUsable = false;
-};
-
 struct FilterHit
 {
     double score;
@@ -163,25 +131,12 @@ void filterLines(std::string_view input, const detail::PreparedQuery &query,
 {
     // Room for a hit on every line of usual length.
     hits.reserve(input.size() / 32 + 64);
-    // Lines without the query's first ASCII character in either case can't match (unless a
-    // Kelvin sign stands in for a k): jump from one occurrence of it to the next.
-    NextOccurrence first(input, query);
-    for (size_t begin = 0; begin < input.size();) {
-        if (first.isUsable()) {
-            const size_t at = first.from(begin);
-            if (at == std::string_view::npos)
-                break;
-            const size_t lineStart = input.rfind('\n', at);
-            begin = std::max(begin, lineStart == std::string_view::npos ? 0 : lineStart + 1);
-        }
-        size_t end = input.find('\n', begin);
-        if (end == std::string_view::npos)
-            end = input.size();
-        const std::string_view line = input.substr(begin, end - begin);
-        if (const std::optional<double> score = detail::scoreUtf8(query, line))
-            hits.push_back({*score, line.data(), std::min(end + 1, input.size()) - begin});
-        begin = end + 1;
-    }
+    const char *const end = input.data() + input.size();
+    const auto keep = [&hits, end](std::string_view line, double score) {
+        const char *const lineEnd = line.data() + line.size();
+        hits.push_back({score, line.data(), line.size() + (lineEnd < end ? 1 : 0)});
+    };
+    detail::scoreLines(query, input, keep);
 }
 
 // The hits of all parts, which hold them in input order, put in result by score, highest first, and

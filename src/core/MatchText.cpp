@@ -2,6 +2,13 @@
 
 #include "core/Unicode.h"
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <unordered_map>
@@ -74,6 +81,111 @@ CharacterTable &characterTable()
     return table;
 }
 
+// 64 bytes of text, compared with one byte value at a time: a mask with bit i set where byte
+// i is that value.
+class Block
+{
+public:
+    static constexpr size_t size = 64;
+
+    explicit Block(const char *bytes)
+    {
+#ifdef __SSE2__
+        for (int i = 0; i < 4; ++i)
+            m_lanes[i] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes + 16 * i));
+#else
+        std::memcpy(m_bytes, bytes, size);
+#endif
+    }
+
+    // With folded, bytes are compared with their case bit set, so that a lowercase ASCII letter
+    // is found in either case.
+    uint64_t equal(uint8_t value, bool folded = false) const
+    {
+        uint64_t mask = 0;
+#ifdef __SSE2__
+        const __m128i wanted = _mm_set1_epi8(char(value));
+        const __m128i fold = _mm_set1_epi8(folded ? 0x20 : 0);
+        for (int i = 0; i < 4; ++i) {
+            const __m128i lane = _mm_or_si128(m_lanes[i], fold);
+            mask |= uint64_t(uint16_t(_mm_movemask_epi8(_mm_cmpeq_epi8(lane, wanted)))) << (16 * i);
+        }
+#else
+        const uint8_t fold = folded ? 0x20 : 0;
+        for (size_t i = 0; i < size; ++i)
+            mask |= uint64_t((m_bytes[i] | fold) == value) << i;
+#endif
+        return mask;
+    }
+
+private:
+#ifdef __SSE2__
+    __m128i m_lanes[4];
+#else
+    uint8_t m_bytes[size];
+#endif
+};
+
+// Where a line of the query's plain ASCII characters can be: per character, a mask of the
+// current block's bytes that can stand for it (the last byte of a stand-in stands for it).
+class AsciiCharacters
+{
+public:
+    explicit AsciiCharacters(const PreparedQuery &query)
+    {
+        for (const uint32_t id : query.asciiIds) {
+            Wanted wanted{.byte = uint8_t(id), .isLetter = id >= 'a' && id <= 'z'};
+            for (const AsciiStandIn &standIn : query.standIns)
+                if (id == uint32_t(standIn.ascii))
+                    wanted.standInByte = uint8_t(standIn.utf8.back());
+            m_wanted.push_back(wanted);
+        }
+        m_masks.resize(m_wanted.size());
+    }
+
+    size_t count() const { return m_wanted.size(); }
+
+    void startBlock(const Block &block, uint64_t valid)
+    {
+        m_block = &block;
+        m_valid = valid;
+        ++m_blockNumber;
+    }
+
+    // Worked out once per block, when first asked for.
+    uint64_t mask(size_t i)
+    {
+        Mask &mask = m_masks[i];
+        if (mask.block != m_blockNumber) {
+            const Wanted &wanted = m_wanted[i];
+            mask.bits = m_block->equal(wanted.byte, wanted.isLetter);
+            if (wanted.standInByte != 0)
+                mask.bits |= m_block->equal(wanted.standInByte);
+            mask.bits &= m_valid;
+            mask.block = m_blockNumber;
+        }
+        return mask.bits;
+    }
+
+private:
+    struct Wanted
+    {
+        uint8_t byte = 0;
+        bool isLetter = false;
+        uint8_t standInByte = 0;
+    };
+    struct Mask
+    {
+        uint64_t bits = 0;
+        size_t block = 0;
+    };
+    std::vector<Wanted> m_wanted;
+    std::vector<Mask> m_masks;
+    const Block *m_block = nullptr;
+    uint64_t m_valid = 0;
+    size_t m_blockNumber = 0;
+};
+
 } // namespace
 
 bool isPlainAscii(std::u16string_view text)
@@ -139,7 +251,9 @@ PreparedQuery prepareQuery(std::u16string_view query)
         prepared.isAscii = prepared.isAscii && id < 0x80;
         if (id < 0x80)
             prepared.asciiIds.push_back(id);
-        prepared.hasK = prepared.hasK || id == 'k';
+        for (const AsciiStandIn &standIn : asciiStandIns)
+            if (id == uint32_t(standIn.ascii))
+                prepared.standIns.push_back(standIn);
     }
     return prepared;
 }
@@ -158,12 +272,14 @@ std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view lin
     const bool isAscii = isPlainAscii(line);
     if (isAscii && !query.isAscii)
         return std::nullopt;
-    // A character that lowercases to a plain ASCII one is that ASCII letter in either case, or
-    // the Kelvin sign for k: so a line whose bytes don't hold the query's ASCII characters in
-    // order can't match, unless a Kelvin sign stands in for a k.
+    // A character that lowercases to a plain ASCII one is that character, a letter in either
+    // case, or a stand-in: so a line whose bytes don't hold the query's ASCII characters in
+    // order can't match, unless it has a stand-in.
     if (!occursInOrder(line, query.asciiIds.data(), int32_t(query.asciiIds.size()))) {
-        constexpr std::string_view kelvinSign = "\xE2\x84\xAA";
-        if (isAscii || !query.hasK || line.find(kelvinSign) == std::string_view::npos)
+        const auto holds = [line](const AsciiStandIn &standIn) {
+            return line.find(standIn.utf8) != std::string_view::npos;
+        };
+        if (isAscii || std::none_of(query.standIns.begin(), query.standIns.end(), holds))
             return std::nullopt;
     }
     if (isAscii) {
@@ -185,6 +301,78 @@ std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view lin
     if (!outcome)
         return std::nullopt;
     return finalScore(outcome->total, description.count);
+}
+
+} // namespace pindle::detail
+
+namespace pindle::detail {
+
+void scoreLines(const PreparedQuery &query, std::string_view text, LineMatch onMatch, void *context)
+{
+    if (query.ids.empty())
+        return;
+    AsciiCharacters characters(query);
+    const size_t m = characters.count();
+    // Of the current line: where it starts, and how many of the ASCII characters were found in
+    // it, each at the earliest place after the one before.
+    size_t lineStart = 0;
+    size_t found = 0;
+    const auto endLine = [&](size_t end) {
+        if (found == m) {
+            const std::string_view line = text.substr(lineStart, end - lineStart);
+            if (const std::optional<double> score = scoreUtf8(query, line))
+                onMatch(context, line, *score);
+        }
+        lineStart = end + 1;
+        found = 0;
+    };
+    char last[Block::size];
+    for (size_t blockStart = 0; blockStart < text.size(); blockStart += Block::size) {
+        const size_t length = std::min(Block::size, text.size() - blockStart);
+        const char *bytes = text.data() + blockStart;
+        if (length < Block::size) {
+            std::memset(last, 0, sizeof last);
+            std::memcpy(last, bytes, length);
+            bytes = last;
+        }
+        const Block block(bytes);
+        const uint64_t valid = length == Block::size ? ~uint64_t(0) : (uint64_t(1) << length) - 1;
+        const uint64_t lineBreaks = block.equal('\n') & valid;
+        characters.startBlock(block, valid);
+        for (unsigned at = 0; at < Block::size;) {
+            const uint64_t breaksAhead = lineBreaks & (~uint64_t(0) << at);
+            if (found < m) {
+                const uint64_t next = characters.mask(found) & (~uint64_t(0) << at);
+                const int nextAt = std::countr_zero(next); // 64 when there is none
+                if (found == 0) {
+                    // No line can match before the first character: go straight to it, or
+                    // past the block when it isn't there.
+                    const uint64_t breaksBefore =
+                        nextAt == 64 ? breaksAhead : breaksAhead & ((uint64_t(1) << nextAt) - 1);
+                    if (breaksBefore != 0)
+                        lineStart =
+                            blockStart + Block::size - size_t(std::countl_zero(breaksBefore));
+                    if (nextAt == 64)
+                        break;
+                    at = unsigned(nextAt) + 1;
+                    found = 1;
+                    continue;
+                }
+                if (nextAt < std::countr_zero(breaksAhead)) {
+                    at = unsigned(nextAt) + 1;
+                    ++found;
+                    continue;
+                }
+            }
+            if (breaksAhead == 0)
+                break;
+            const auto end = unsigned(std::countr_zero(breaksAhead));
+            endLine(blockStart + end);
+            at = end + 1;
+        }
+    }
+    if (lineStart < text.size())
+        endLine(text.size());
 }
 
 } // namespace pindle::detail

@@ -50,16 +50,29 @@ struct UnicodeDescription
 
 void describeUnicode(UnicodeDescription &out, std::u16string_view text);
 
+// The characters beyond ASCII that are, lowercased and up to canonical equivalence, a plain
+// ASCII character: in a line's bytes they stand where that character would.
+struct AsciiStandIn
+{
+    char ascii;
+    std::string_view utf8;
+};
+inline constexpr std::array<AsciiStandIn, 3> asciiStandIns = {{
+    {'k', "\xE2\x84\xAA"}, // KELVIN SIGN
+    {';', "\xCD\xBE"},     // GREEK QUESTION MARK
+    {'`', "\xE1\xBF\xAF"}, // GREEK VARIA
+}};
+
 // A query analysed for matching: its lowercased characters as ids.
 struct PreparedQuery
 {
     std::vector<uint32_t> ids;
     uint64_t mask = 0;
     bool isAscii = true; // every id is a plain ASCII character
-    // The plain ASCII ids in query order, which any match's bytes hold in this order (an
-    // ASCII letter in either case, k also as the Kelvin sign).
+    // The plain ASCII ids in query order, which any match's bytes hold in this order: as that
+    // character, a letter in either case, or one of the query's stand-ins.
     std::vector<uint32_t> asciiIds;
-    bool hasK = false;
+    std::vector<AsciiStandIn> standIns;
 };
 
 PreparedQuery prepareQuery(std::u16string_view query);
@@ -67,6 +80,24 @@ PreparedQuery prepareQuery(std::u16string_view query);
 // FuzzyMatch::match's score of one line of UTF-8 text for the query, without keeping anything:
 // lines that cannot match are rejected on their bytes before any analysis.
 std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view line);
+
+// scoreUtf8 of every line of text (lines end at a line break; the last may lack one), with
+// onMatch called for each line that matches, in order. Lines are tested 64 bytes at a time for
+// the query's ASCII characters, so most of the lines that cannot match cost a few instructions.
+using LineMatch = void (*)(void *context, std::string_view line, double score);
+void scoreLines(const PreparedQuery &query, std::string_view text, LineMatch onMatch,
+                void *context);
+
+template <typename OnMatch>
+void scoreLines(const PreparedQuery &query, std::string_view text, const OnMatch &onMatch)
+{
+    scoreLines(
+        query, text,
+        [](void *context, std::string_view line, double score) {
+            (*static_cast<const OnMatch *>(context))(line, score);
+        },
+        const_cast<void *>(static_cast<const void *>(&onMatch)));
+}
 
 // This thread's working storage of the kernel.
 KernelScratch &scratch();
