@@ -3,13 +3,13 @@
 #include "core/FuzzyMatch.h"
 #include "core/MatchText.h"
 #include "core/Unicode.h"
+#include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 #include <unicode/uchar.h>
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
 
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,53 +54,9 @@ std::vector<ScoredLine> matchLines(const QString &query, std::string_view text)
     return result;
 }
 
-// Lines of every length up to a few blocks, so that line breaks and matches fall at every place
-// in a block, with the characters that stand in for ASCII ones and others beyond ASCII.
-std::string generatedText(int lineCount, unsigned seed)
-{
-    const std::vector<std::string> pieces = {"news",
-                                             "Feed",
-                                             "git",
-                                             "Hub",
-                                             "kelvin",
-                                             "a;b",
-                                             "`q`",
-                                             "x",
-                                             "n",
-                                             "f",
-                                             " ",
-                                             "-",
-                                             "_",
-                                             "/",
-                                             "2024",
-                                             "\r",
-                                             "\t",
-                                             "\xE2\x84\xAA",
-                                             "\xCD\xBE",
-                                             "\xE1\xBF\xAF",
-                                             "Caf\xC3\xA9",
-                                             "cafe\xCC\x81",
-                                             "\xC4\xB0stanbul",
-                                             "Stra\xC3\x9F"
-                                             "e",
-                                             "\xF0\x9F\x91\x8D\xF0\x9F\x8F\xBD",
-                                             "\xE6\x9D\xB1\xE4\xBA\xAC",
-                                             "\xC7\x85ungla"};
-    std::mt19937 random(seed);
-    std::string text;
-    for (int i = 0; i < lineCount; ++i) {
-        const int length = int(random() % 160);
-        std::string line;
-        while (int(line.size()) < length)
-            line += pieces[random() % pieces.size()];
-        text += line + "\n";
-    }
-    return text;
-}
-
 TEST(LineScoring, scoresEveryLineLikeTheMatcher)
 {
-    const std::string text = generatedText(700, 5);
+    const std::string text = test::generatedLines(700, 5);
     const QStringList queries =
         u"n|nf|news|gh|git hub|k|kel|KELVIN|;|a;b|`|`q|x x|2024|\u00E9|caf\u00E9|\u0130s|"
         u"stra\u00DFe|\U0001F44D\U0001F3FD|\u6771|\u212A|\u037E|e\r"_qs.split(u'|');
