@@ -26,15 +26,9 @@ namespace {
 // short ordered list.
 constexpr qsizetype insertionLimit = 64;
 
-// The text of a QString as the matching layer takes it.
-std::u16string_view units(QStringView text)
-{
-    return Unicode::units(text);
-}
-
 bool isPlainAscii(QStringView text)
 {
-    return detail::isPlainAscii(units(text));
+    return detail::isPlainAscii(Unicode::units(text));
 }
 
 void prepareAscii(PreparedName &prepared, QStringView name)
@@ -55,7 +49,7 @@ void prepareAscii(PreparedName &prepared, QStringView name)
 
 void describeUnicode(UnicodeDescription &out, QStringView name)
 {
-    detail::describeUnicode(out, units(name));
+    detail::describeUnicode(out, Unicode::units(name));
 }
 
 std::optional<KernelOutcome> runPrepared(const PreparedQuery &query, const PreparedName &name,
@@ -199,7 +193,7 @@ std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
 
 PreparedQuery prepareQuery(QStringView query)
 {
-    return prepareQuery(units(query));
+    return prepareQuery(Unicode::units(query));
 }
 
 } // namespace pindle::detail
