@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <mutex>
 #include <string>
 #include <sys/mman.h>
 #include <unordered_map>
