@@ -126,64 +126,75 @@ private:
 #endif
 };
 
-// Where a line of the query's plain ASCII characters can be: per character, a mask of the
-// current block's bytes that can stand for it (the last byte of a stand-in stands for it).
-class AsciiCharacters
+// x + y + carry, with the carry out left in carry.
+uint64_t addWithCarry(uint64_t x, uint64_t y, bool &carry)
+{
+    uint64_t sum = 0;
+    const bool first = __builtin_add_overflow(x, y, &sum);
+    const bool second = __builtin_add_overflow(sum, uint64_t(carry), &sum);
+    carry = first || second;
+    return sum;
+}
+
+// The query's plain ASCII characters, searched for in all the lines of a block at once, each at
+// the earliest place after the place of the one before. One addition finds them all: adding a
+// bit at the byte where a search starts to the mask of the bytes that are neither the character
+// nor a line break carries that bit along to the first byte that is. Searches that reach the
+// end of a block go on in the next.
+class LineSearch
 {
 public:
-    explicit AsciiCharacters(const PreparedQuery &query)
+    explicit LineSearch(const PreparedQuery &query)
     {
         for (const uint32_t id : query.asciiIds) {
-            Wanted wanted{.byte = uint8_t(id), .isLetter = id >= 'a' && id <= 'z'};
+            Character character{.byte = uint8_t(id), .isLetter = id >= 'a' && id <= 'z'};
             for (const AsciiStandIn &standIn : query.standIns)
                 if (id == uint32_t(standIn.ascii))
-                    wanted.standInByte = uint8_t(standIn.utf8.back());
-            m_wanted.push_back(wanted);
+                    character.standInByte = uint8_t(standIn.utf8.back());
+            m_characters.push_back(character);
         }
-        m_masks.resize(m_wanted.size());
     }
 
-    size_t count() const { return m_wanted.size(); }
-
-    void startBlock(const Block &block, uint64_t valid)
+    // One bit for each line of the block whose bytes hold the characters in order (the line of
+    // the first block starts the text): at the last character's place, or at the line's start
+    // for a query without ASCII characters. Blocks must come in order.
+    uint64_t passes(const Block &block, uint64_t lineBreaks, uint64_t valid)
     {
-        m_block = &block;
-        m_valid = valid;
-        ++m_blockNumber;
-    }
-
-    // Worked out once per block, when first asked for.
-    uint64_t mask(size_t i)
-    {
-        Mask &mask = m_masks[i];
-        if (mask.block != m_blockNumber) {
-            const Wanted &wanted = m_wanted[i];
-            mask.bits = m_block->equal(wanted.byte, wanted.isLetter);
-            if (wanted.standInByte != 0)
-                mask.bits |= m_block->equal(wanted.standInByte);
-            mask.bits &= m_valid;
-            mask.block = m_blockNumber;
+        uint64_t from = (lineBreaks << 1) | m_startCarry;
+        m_startCarry = lineBreaks >> 63;
+        uint64_t reached = from;
+        for (Character &character : m_characters) {
+            // Usually most lines fail early: then the later characters need no mask.
+            if (from == 0 && !character.searchCarry) {
+                reached = 0;
+                from = character.nextCarry;
+                character.nextCarry = 0;
+                continue;
+            }
+            uint64_t wanted = block.equal(character.byte, character.isLetter);
+            if (character.standInByte != 0)
+                wanted |= block.equal(character.standInByte);
+            wanted &= valid & ~lineBreaks;
+            const uint64_t stops = wanted | lineBreaks;
+            reached = addWithCarry(from, ~stops, character.searchCarry) & wanted;
+            // The next character is searched for from the byte after.
+            from = (reached << 1) | character.nextCarry;
+            character.nextCarry = reached >> 63;
         }
-        return mask.bits;
+        return reached & valid;
     }
 
 private:
-    struct Wanted
+    struct Character
     {
         uint8_t byte = 0;
         bool isLetter = false;
-        uint8_t standInByte = 0;
+        uint8_t standInByte = 0; // the last byte of its stand-in, if it has one
+        bool searchCarry = false;
+        uint64_t nextCarry = 0;
     };
-    struct Mask
-    {
-        uint64_t bits = 0;
-        size_t block = 0;
-    };
-    std::vector<Wanted> m_wanted;
-    std::vector<Mask> m_masks;
-    const Block *m_block = nullptr;
-    uint64_t m_valid = 0;
-    size_t m_blockNumber = 0;
+    std::vector<Character> m_characters;
+    uint64_t m_startCarry = 1;
 };
 
 } // namespace
@@ -311,21 +322,15 @@ void scoreLines(const PreparedQuery &query, std::string_view text, LineMatch onM
 {
     if (query.ids.empty())
         return;
-    AsciiCharacters characters(query);
-    const size_t m = characters.count();
-    // Of the current line: where it starts, and how many of the ASCII characters were found in
-    // it, each at the earliest place after the one before.
-    size_t lineStart = 0;
-    size_t found = 0;
-    const auto endLine = [&](size_t end) {
-        if (found == m) {
-            const std::string_view line = text.substr(lineStart, end - lineStart);
-            if (const std::optional<double> score = scoreUtf8(query, line))
-                onMatch(context, line, *score);
-        }
-        lineStart = end + 1;
-        found = 0;
+    const auto score = [&](size_t start, size_t end) {
+        const std::string_view line = text.substr(start, end - start);
+        if (const std::optional<double> score = scoreUtf8(query, line))
+            onMatch(context, line, *score);
     };
+    LineSearch search(query);
+    // Where the line that goes on into the next block starts, and whether it passed already.
+    size_t lineStart = 0;
+    bool isPassing = false;
     char last[Block::size];
     for (size_t blockStart = 0; blockStart < text.size(); blockStart += Block::size) {
         const size_t length = std::min(Block::size, text.size() - blockStart);
@@ -338,41 +343,28 @@ void scoreLines(const PreparedQuery &query, std::string_view text, LineMatch onM
         const Block block(bytes);
         const uint64_t valid = length == Block::size ? ~uint64_t(0) : (uint64_t(1) << length) - 1;
         const uint64_t lineBreaks = block.equal('\n') & valid;
-        characters.startBlock(block, valid);
-        for (unsigned at = 0; at < Block::size;) {
-            const uint64_t breaksAhead = lineBreaks & (~uint64_t(0) << at);
-            if (found < m) {
-                const uint64_t next = characters.mask(found) & (~uint64_t(0) << at);
-                const int nextAt = std::countr_zero(next); // 64 when there is none
-                if (found == 0) {
-                    // No line can match before the first character: go straight to it, or
-                    // past the block when it isn't there.
-                    const uint64_t breaksBefore =
-                        nextAt == 64 ? breaksAhead : breaksAhead & ((uint64_t(1) << nextAt) - 1);
-                    if (breaksBefore != 0)
-                        lineStart =
-                            blockStart + Block::size - size_t(std::countl_zero(breaksBefore));
-                    if (nextAt == 64)
-                        break;
-                    at = unsigned(nextAt) + 1;
-                    found = 1;
-                    continue;
-                }
-                if (nextAt < std::countr_zero(breaksAhead)) {
-                    at = unsigned(nextAt) + 1;
-                    ++found;
-                    continue;
-                }
-            }
-            if (breaksAhead == 0)
-                break;
-            const auto end = unsigned(std::countr_zero(breaksAhead));
-            endLine(blockStart + end);
-            at = end + 1;
+        uint64_t passes = search.passes(block, lineBreaks, valid);
+        if (isPassing && lineBreaks != 0) {
+            score(lineStart, blockStart + size_t(std::countr_zero(lineBreaks)));
+            isPassing = false;
         }
+        for (; passes != 0; passes &= passes - 1) {
+            const int at = std::countr_zero(passes);
+            const uint64_t breaksBefore = lineBreaks & ((uint64_t(1) << at) - 1);
+            const uint64_t breaksAfter = lineBreaks & (~uint64_t(0) << at);
+            const size_t start = breaksBefore == 0 ? lineStart
+                                                   : blockStart + Block::size -
+                                                         size_t(std::countl_zero(breaksBefore));
+            if (breaksAfter != 0)
+                score(start, blockStart + size_t(std::countr_zero(breaksAfter)));
+            else
+                isPassing = true;
+        }
+        if (lineBreaks != 0)
+            lineStart = blockStart + Block::size - size_t(std::countl_zero(lineBreaks));
     }
-    if (lineStart < text.size())
-        endLine(text.size());
+    if (isPassing)
+        score(lineStart, text.size());
 }
 
 } // namespace pindle::detail
