@@ -275,6 +275,21 @@ KernelScratch &scratch()
     return instance;
 }
 
+namespace {
+
+// scoreUtf8 of a plain ASCII line, for an ASCII query.
+std::optional<double> scoreAscii(const PreparedQuery &query, std::string_view line)
+{
+    const auto n = int32_t(line.size());
+    const std::optional<KernelOutcome> outcome = runKernel(
+        AsciiName<char>{line.data(), n}, query.ids.data(), int32_t(query.ids.size()), scratch());
+    if (!outcome)
+        return std::nullopt;
+    return finalScore(outcome->total, n);
+}
+
+} // namespace
+
 std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view line)
 {
     const auto m = int32_t(query.ids.size());
@@ -293,14 +308,8 @@ std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view lin
         if (isAscii || std::none_of(query.standIns.begin(), query.standIns.end(), holds))
             return std::nullopt;
     }
-    if (isAscii) {
-        const auto n = int32_t(line.size());
-        const std::optional<KernelOutcome> outcome =
-            runKernel(AsciiName<char>{line.data(), n}, query.ids.data(), m, scratch());
-        if (!outcome)
-            return std::nullopt;
-        return finalScore(outcome->total, n);
-    }
+    if (isAscii)
+        return scoreAscii(query, line);
     // Described in place rather than prepared: nothing is kept of a line.
     thread_local UnicodeDescription description;
     describeUnicode(description, Unicode::fromUtf8(line));
@@ -322,9 +331,14 @@ void scoreLines(const PreparedQuery &query, std::string_view text, LineMatch onM
 {
     if (query.ids.empty())
         return;
+    // The search below holds exactly for plain ASCII lines; other lines are tested again.
     const auto score = [&](size_t start, size_t end) {
         const std::string_view line = text.substr(start, end - start);
-        if (const std::optional<double> score = scoreUtf8(query, line))
+        const bool isAscii = isPlainAscii(line);
+        if (isAscii && !query.isAscii)
+            return;
+        if (const std::optional<double> score =
+                isAscii ? scoreAscii(query, line) : scoreUtf8(query, line))
             onMatch(context, line, *score);
     };
     LineSearch search(query);
