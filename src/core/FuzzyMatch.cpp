@@ -1,7 +1,7 @@
 #include "core/FuzzyMatch.h"
 
 #include "core/MatchKernel.h"
-#include "core/Unicode.h"
+#include "core/UnicodeQt.h"
 
 #include <vector>
 
@@ -82,14 +82,13 @@ std::optional<Result> match(const QString &query, const QString &candidate)
     }
 
     detail::KernelScratch scratch;
-    Result result;
-    const std::optional<detail::KernelOutcome> outcome =
-        detail::runKernel(detail::InternedName{ids.data(), flags.data(), n}, queryIds.data(), m,
-                          scratch, &result.positions);
+    std::vector<int32_t> positions;
+    const std::optional<detail::KernelOutcome> outcome = detail::runKernel(
+        detail::InternedName{ids.data(), flags.data(), n}, queryIds.data(), m, scratch, &positions);
     if (!outcome)
         return std::nullopt;
-    result.score = detail::finalScore(outcome->total, n);
-    return result;
+    return Result{detail::finalScore(outcome->total, n),
+                  QList<qsizetype>(positions.begin(), positions.end())};
 }
 
 } // namespace pindle::FuzzyMatch

@@ -138,7 +138,7 @@ int32_t findBackward(const AsciiName<Unit> &name, int32_t to, uint32_t id)
 
 template <typename Name>
 std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int32_t m,
-                                    KernelScratch &s, QList<qsizetype> *positions,
+                                    KernelScratch &s, std::vector<int32_t> *positions,
                                     int32_t mustReach, const int32_t *gainAfter)
 {
     const int32_t n = name.count;
@@ -385,17 +385,17 @@ bool isPlainAscii(std::string_view bytes)
 
 template <typename Name>
 std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, int32_t m,
-                                       KernelScratch &scratch, QList<qsizetype> *positions,
+                                       KernelScratch &scratch, std::vector<int32_t> *positions,
                                        int32_t mustReach, const int32_t *gainAfter)
 {
     return kernel(name, query, m, scratch, positions, mustReach, gainAfter);
 }
 
 template std::optional<KernelOutcome> runKernel(const AsciiName<char> &, const uint32_t *, int32_t,
-                                                KernelScratch &, QList<qsizetype> *, int32_t,
+                                                KernelScratch &, std::vector<int32_t> *, int32_t,
                                                 const int32_t *);
 template std::optional<KernelOutcome> runKernel(const InternedName &, const uint32_t *, int32_t,
-                                                KernelScratch &, QList<qsizetype> *, int32_t,
+                                                KernelScratch &, std::vector<int32_t> *, int32_t,
                                                 const int32_t *);
 
 } // namespace pindle::detail

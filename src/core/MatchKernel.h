@@ -5,8 +5,6 @@
 // canonically equivalent characters) and a flags byte with its position bonus and whether it
 // is a letter. Totals are kept in half points, where every total is an exact integer.
 
-#include <QList>
-
 #include <array>
 #include <cstdint>
 #include <limits>
@@ -122,16 +120,18 @@ inline constexpr int32_t jumpStep = afterSeparatorBonus - 1;
 template <typename Name>
 std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, int32_t m,
                                        KernelScratch &scratch,
-                                       QList<qsizetype> *positions = nullptr,
+                                       std::vector<int32_t> *positions = nullptr,
                                        int32_t mustReach = std::numeric_limits<int32_t>::min(),
                                        const int32_t *gainAfter = nullptr);
 
 extern template std::optional<KernelOutcome> runKernel(const AsciiName<char> &, const uint32_t *,
-                                                       int32_t, KernelScratch &, QList<qsizetype> *,
-                                                       int32_t, const int32_t *);
+                                                       int32_t, KernelScratch &,
+                                                       std::vector<int32_t> *, int32_t,
+                                                       const int32_t *);
 extern template std::optional<KernelOutcome> runKernel(const InternedName &, const uint32_t *,
-                                                       int32_t, KernelScratch &, QList<qsizetype> *,
-                                                       int32_t, const int32_t *);
+                                                       int32_t, KernelScratch &,
+                                                       std::vector<int32_t> *, int32_t,
+                                                       const int32_t *);
 
 // Whether the query ids occur in this order in the bytes, an ASCII letter in either case;
 // bytes beyond ASCII equal no id.

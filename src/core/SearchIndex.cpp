@@ -3,9 +3,10 @@
 #include "core/Collation.h"
 #include "core/FileIndex.h"
 #include "core/MatchKernel.h"
+#include "core/MatchText.h"
 #include "core/ShortcutURL.h"
 #include "core/Text.h"
-#include "core/Unicode.h"
+#include "core/UnicodeQt.h"
 
 #include <algorithm>
 #include <array>
@@ -15,7 +16,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <mutex>
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -28,102 +28,10 @@ namespace {
 // short ordered list.
 constexpr qsizetype insertionLimit = 64;
 
-struct CharacterInfo
-{
-    uint32_t id = 0; // of the character's canonical form
-    uint8_t characterClass = 0;
-};
-
-// Letters and digits get a bit each; other ASCII and all other characters share the rest.
-constexpr uint64_t maskBit(uint32_t id)
-{
-    if (id >= 'a' && id <= 'z')
-        return uint64_t(1) << (id - 'a');
-    if (id >= '0' && id <= '9')
-        return uint64_t(1) << (26 + id - '0');
-    if (id < 128)
-        return uint64_t(1) << (36 + id % 20);
-    return uint64_t(1) << (56 + id % 8);
-}
-
-// A text whose every character is a single ASCII code unit: all of ASCII except CR, which
-// forms one character with a following LF. A reduction without an early exit, which the
-// compiler turns into vector code: names are short, and most are plain.
 bool isPlainAscii(QStringView text)
 {
-    unsigned isOther = 0;
-    for (const char16_t c : std::u16string_view(text.utf16(), size_t(text.size())))
-        isOther |= unsigned(c >= 0x80) | unsigned(c == u'\r');
-    return isOther == 0;
+    return detail::isPlainAscii(Unicode::units(text));
 }
-
-struct TextHash
-{
-    using is_transparent = void;
-    size_t operator()(std::u16string_view text) const
-    {
-        return std::hash<std::u16string_view>()(text);
-    }
-};
-
-// Every character other than plain ASCII that a name or query has contained, keyed by its
-// text as written, with its canonical id and its class. Ids are handed out per canonical form,
-// so canonically equivalent characters share one.
-class CharacterTable
-{
-public:
-    std::unique_lock<std::mutex> lock() { return std::unique_lock(m_mutex); }
-
-    // The caller holds the lock.
-    CharacterInfo info(QStringView character)
-    {
-        if (character.size() == 1 && character[0].unicode() < 0x80)
-            return {character[0].unicode(), asciiClasses[character[0].unicode()]};
-        const std::u16string_view text(reinterpret_cast<const char16_t *>(character.utf16()),
-                                       size_t(character.size()));
-        const auto known = m_byText.find(text);
-        if (known != m_byText.end())
-            return known->second;
-
-        const QString form = Unicode::decomposed(character);
-        CharacterInfo made;
-        if (form.size() == 1 && form[0].unicode() < 0x80) {
-            made.id = form[0].unicode();
-        } else {
-            const auto [entry, isNew] = m_byForm.try_emplace(form.toStdU16String(), m_nextId);
-            if (isNew)
-                ++m_nextId;
-            made.id = entry->second;
-        }
-        if (Unicode::isLowercase(character))
-            made.characterClass |= lowercaseClass;
-        if (Unicode::isUppercase(character))
-            made.characterClass |= uppercaseClass;
-        if (Unicode::isLetter(character))
-            made.characterClass |= letterClass;
-        m_byText.emplace(std::u16string(text), made);
-        return made;
-    }
-
-private:
-    std::mutex m_mutex;
-    std::unordered_map<std::u16string, CharacterInfo, TextHash, std::equal_to<>> m_byText;
-    std::unordered_map<std::u16string, uint32_t> m_byForm;
-    uint32_t m_nextId = 128;
-};
-
-CharacterTable &characterTable()
-{
-    static CharacterTable table;
-    return table;
-}
-
-constexpr std::array<uint64_t, 128> asciiMaskBits = [] {
-    std::array<uint64_t, 128> table{};
-    for (uint32_t c = 0; c < 128; ++c)
-        table[c] = maskBit(asciiLower(c));
-    return table;
-}();
 
 // The bytes of x, all plain ASCII, that lie in [first, last], as their high bits. No byte
 // carries into the next.
@@ -162,51 +70,9 @@ void prepareAscii(PreparedName &prepared, const char16_t *units, const char *tex
     prepared.hasCamelHump = humps != 0;
 }
 
-// The description of a name with characters beyond plain ASCII, before it is stored.
-struct UnicodeDescription
-{
-    std::vector<uint32_t> ids;
-    std::vector<uint8_t> flags;
-    uint64_t mask = 0;
-    int32_t count = 0;
-    bool isMatchable = true;
-};
-
 void describeUnicode(UnicodeDescription &out, QStringView name)
 {
-    const std::vector<qsizetype> bounds = Unicode::clusterBoundaries(name);
-    const auto n = int32_t(bounds.size() - 1);
-    out.count = n;
-    out.mask = 0;
-    out.ids.clear();
-    out.flags.clear();
-    const QString lowered = Unicode::lowercased(name);
-    const std::vector<qsizetype> loweredBounds = Unicode::clusterBoundaries(lowered);
-    // Characters are paired with their lowercase by position; when lowercasing merged some,
-    // the pairing is lost and the name never matches (as in FuzzyMatch::match).
-    out.isMatchable = loweredBounds.size() >= bounds.size();
-    if (!out.isMatchable)
-        return;
-    CharacterTable &table = characterTable();
-    const auto guard = table.lock();
-    uint8_t previousClass = 0;
-    for (int32_t j = 0; j < n; ++j) {
-        const QStringView character =
-            name.sliced(bounds[size_t(j)], bounds[size_t(j) + 1] - bounds[size_t(j)]);
-        const uint8_t currentClass = table.info(character).characterClass;
-        out.flags.push_back(positionFlags(j == 0, previousClass, currentClass));
-        previousClass = currentClass;
-        const QStringView loweredCharacter = QStringView(lowered).sliced(
-            loweredBounds[size_t(j)], loweredBounds[size_t(j) + 1] - loweredBounds[size_t(j)]);
-        out.ids.push_back(table.info(loweredCharacter).id);
-        out.mask |= maskBit(out.ids.back());
-    }
-}
-
-KernelScratch &scratch()
-{
-    thread_local KernelScratch instance;
-    return instance;
+    detail::describeUnicode(out, Unicode::units(name));
 }
 
 std::optional<KernelOutcome> runPrepared(const PreparedQuery &query, const PreparedName &name,
@@ -215,11 +81,16 @@ std::optional<KernelOutcome> runPrepared(const PreparedQuery &query, const Prepa
                                          const int32_t *gainAfter = nullptr)
 {
     const auto m = int32_t(query.ids.size());
-    if (name.isAscii)
-        return runKernel(AsciiName<char>{name.text, name.count}, query.ids.data(), m, scratch(),
-                         positions, mustReach, gainAfter);
-    return runKernel(InternedName{name.ids, name.flags, name.count}, query.ids.data(), m, scratch(),
-                     positions, mustReach);
+    thread_local std::vector<int32_t> trace;
+    std::vector<int32_t> *const traced = positions != nullptr ? &trace : nullptr;
+    const std::optional<KernelOutcome> outcome =
+        name.isAscii ? runKernel(AsciiName<char>{name.text, name.count}, query.ids.data(), m,
+                                 scratch(), traced, mustReach, gainAfter)
+                     : runKernel(InternedName{name.ids, name.flags, name.count}, query.ids.data(),
+                                 m, scratch(), traced, mustReach);
+    if (outcome && positions != nullptr)
+        *positions = QList<qsizetype>(trace.begin(), trace.end());
+    return outcome;
 }
 
 // The least total, in half points, of a name of n characters whose score could still equal
@@ -395,65 +266,7 @@ std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
 
 PreparedQuery prepareQuery(QStringView query)
 {
-    PreparedQuery prepared;
-    if (isPlainAscii(query)) {
-        prepared.ids.reserve(size_t(query.size()));
-        for (QChar c : query)
-            prepared.ids.push_back(asciiLower(c.unicode()));
-    } else {
-        const QString lowered = Unicode::lowercased(query);
-        const std::vector<qsizetype> bounds = Unicode::clusterBoundaries(lowered);
-        CharacterTable &table = characterTable();
-        const auto guard = table.lock();
-        for (size_t c = 0; c + 1 < bounds.size(); ++c)
-            prepared.ids.push_back(
-                table.info(QStringView(lowered).sliced(bounds[c], bounds[c + 1] - bounds[c])).id);
-    }
-    for (const uint32_t id : prepared.ids) {
-        prepared.mask |= maskBit(id);
-        prepared.isAscii = prepared.isAscii && id < 0x80;
-        if (id < 0x80)
-            prepared.asciiIds.push_back(id);
-        prepared.hasK = prepared.hasK || id == 'k';
-    }
-    return prepared;
-}
-
-std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view line)
-{
-    const auto m = int32_t(query.ids.size());
-    if (m == 0)
-        return std::nullopt;
-    const bool isAscii = isPlainAscii(line);
-    if (isAscii && !query.isAscii)
-        return std::nullopt;
-    // A character that lowercases to a plain ASCII one is that ASCII letter in either case, or
-    // the Kelvin sign for k: so a line whose bytes don't hold the query's ASCII characters in
-    // order can't match, unless a Kelvin sign stands in for a k.
-    if (!occursInOrder(line, query.asciiIds.data(), int32_t(query.asciiIds.size()))) {
-        constexpr std::string_view kelvinSign = "\xE2\x84\xAA";
-        if (isAscii || !query.hasK || line.find(kelvinSign) == std::string_view::npos)
-            return std::nullopt;
-    }
-    if (isAscii) {
-        const auto n = int32_t(line.size());
-        const std::optional<KernelOutcome> outcome =
-            runKernel(AsciiName<char>{line.data(), n}, query.ids.data(), m, scratch());
-        if (!outcome)
-            return std::nullopt;
-        return finalScore(outcome->total, n);
-    }
-    // Described in place rather than prepared: nothing is kept of a line.
-    thread_local UnicodeDescription description;
-    describeUnicode(description, QString::fromUtf8(line.data(), qsizetype(line.size())));
-    if (!description.isMatchable || description.count < m || (query.mask & ~description.mask))
-        return std::nullopt;
-    const std::optional<KernelOutcome> outcome =
-        runKernel(InternedName{description.ids.data(), description.flags.data(), description.count},
-                  query.ids.data(), m, scratch());
-    if (!outcome)
-        return std::nullopt;
-    return finalScore(outcome->total, description.count);
+    return prepareQuery(Unicode::units(query));
 }
 
 } // namespace pindle::detail

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/FileIndex.h"
+#include "core/MatchText.h"
 
 #include <QByteArray>
 #include <QByteArrayView>
@@ -45,23 +46,8 @@ struct PreparedName
 std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
                                                 QByteArrayView collationKey);
 
-// A query analysed for matching against prepared names: its lowercased characters as ids.
-struct PreparedQuery
-{
-    std::vector<uint32_t> ids;
-    uint64_t mask = 0;
-    bool isAscii = true; // every id is a plain ASCII character
-    // The plain ASCII ids in query order, which any match's bytes hold in this order (an
-    // ASCII letter in either case, k also as the Kelvin sign).
-    std::vector<uint32_t> asciiIds;
-    bool hasK = false;
-};
-
+// prepareQuery of MatchText.h, for a query held as a Qt string.
 PreparedQuery prepareQuery(QStringView query);
-
-// FuzzyMatch::match's score of one line of UTF-8 text for the query, without keeping anything:
-// lines that cannot match are rejected on their bytes before any analysis.
-std::optional<double> scoreUtf8(const PreparedQuery &query, std::string_view line);
 
 // Drops this thread's search cache, and with it the reference that keeps the list searched
 // last alive: a new scan is about to replace that list.

@@ -1,38 +1,46 @@
 #include "core/Unicode.h"
 
-#include <unicode/brkiter.h>
-#include <unicode/normalizer2.h>
+#include <unicode/ubrk.h>
 #include <unicode/uchar.h>
+#include <unicode/unorm2.h>
 #include <unicode/ustring.h>
-#include <unicode/utext.h>
+#include <unicode/utf16.h>
 
 #include <memory>
 
 namespace pindle::Unicode {
 namespace {
 
-const UChar *icuChars(QStringView text)
+const UChar *icuChars(std::u16string_view text)
 {
-    return reinterpret_cast<const UChar *>(text.utf16());
+    return text.data();
 }
 
-// Creating a break iterator loads rule data, so each thread keeps one.
-icu::BreakIterator *characterBreaks()
+struct BreakIteratorClose
 {
-    thread_local const std::unique_ptr<icu::BreakIterator> iterator = [] {
+    void operator()(UBreakIterator *iterator) const { ubrk_close(iterator); }
+};
+
+// Opening a break iterator loads rule data, so each thread keeps one.
+UBreakIterator *characterBreaks()
+{
+    thread_local const std::unique_ptr<UBreakIterator, BreakIteratorClose> iterator = [] {
         UErrorCode status = U_ZERO_ERROR;
-        std::unique_ptr<icu::BreakIterator> made(
-            icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-        return U_SUCCESS(status) ? std::move(made) : nullptr;
+        UBreakIterator *made = ubrk_open(UBRK_CHARACTER, "", nullptr, 0, &status);
+        if (U_FAILURE(status)) {
+            ubrk_close(made);
+            made = nullptr;
+        }
+        return std::unique_ptr<UBreakIterator, BreakIteratorClose>(made);
     }();
     return iterator.get();
 }
 
-const icu::Normalizer2 *nfd()
+const UNormalizer2 *nfd()
 {
-    static const icu::Normalizer2 *instance = [] {
+    static const UNormalizer2 *instance = [] {
         UErrorCode status = U_ZERO_ERROR;
-        const icu::Normalizer2 *made = icu::Normalizer2::getNFDInstance(status);
+        const UNormalizer2 *made = unorm2_getNFDInstance(&status);
         return U_SUCCESS(status) ? made : nullptr;
     }();
     return instance;
@@ -41,35 +49,34 @@ const icu::Normalizer2 *nfd()
 using CaseMapping = int32_t (*)(UChar *, int32_t, const UChar *, int32_t, const char *,
                                 UErrorCode *);
 
-QString mapped(QStringView text, CaseMapping map)
+std::u16string mapped(std::u16string_view text, CaseMapping map)
 {
-    if (text.isEmpty())
+    if (text.empty())
         return {};
     // Full mappings grow a text at most threefold; retry once with the exact size if not.
-    QString result(text.size() + 8, Qt::Uninitialized);
+    std::u16string result(text.size() + 8, u'\0');
     UErrorCode status = U_ZERO_ERROR;
-    int32_t length = map(reinterpret_cast<UChar *>(result.data()), int32_t(result.size()),
-                         icuChars(text), int32_t(text.size()), "", &status);
+    int32_t length = map(result.data(), int32_t(result.size()), icuChars(text),
+                         int32_t(text.size()), "", &status);
     if (status == U_BUFFER_OVERFLOW_ERROR) {
-        result.resize(length);
+        result.resize(size_t(length));
         status = U_ZERO_ERROR;
-        length = map(reinterpret_cast<UChar *>(result.data()), int32_t(result.size()),
-                     icuChars(text), int32_t(text.size()), "", &status);
+        length = map(result.data(), int32_t(result.size()), icuChars(text), int32_t(text.size()),
+                     "", &status);
     }
     if (U_FAILURE(status))
-        return text.toString();
-    result.resize(length);
+        return std::u16string(text);
+    result.resize(size_t(length));
     return result;
 }
 
-bool isSingleScalar(QStringView character, UChar32 &scalar)
+bool isSingleScalar(std::u16string_view character, UChar32 &scalar)
 {
-    if (character.isEmpty())
+    if (character.empty())
         return false;
-    const char16_t first = character[0].unicode();
-    if (QChar::isHighSurrogate(first) && character.size() >= 2 &&
-        QChar::isLowSurrogate(character[1].unicode())) {
-        scalar = UChar32(QChar::surrogateToUcs4(first, character[1].unicode()));
+    const char16_t first = character[0];
+    if (U16_IS_LEAD(first) && character.size() >= 2 && U16_IS_TRAIL(character[1])) {
+        scalar = U16_GET_SUPPLEMENTARY(first, character[1]);
         return character.size() == 2;
     }
     scalar = first;
@@ -78,17 +85,18 @@ bool isSingleScalar(QStringView character, UChar32 &scalar)
 
 } // namespace
 
-std::vector<qsizetype> clusterBoundaries(QStringView text)
+std::vector<int32_t> clusterBoundaries(std::u16string_view text)
 {
-    std::vector<qsizetype> boundaries;
-    boundaries.reserve(size_t(text.size()) + 1);
+    std::vector<int32_t> boundaries;
+    boundaries.reserve(text.size() + 1);
     boundaries.push_back(0);
-    if (text.isEmpty())
+    if (text.empty())
         return boundaries;
-    icu::BreakIterator *breaks = characterBreaks();
+    const auto size = int32_t(text.size());
+    UBreakIterator *breaks = characterBreaks();
     if (breaks == nullptr) {
         // Without ICU data every code unit stands alone; never reached on a working install.
-        for (qsizetype i = 1; i <= text.size(); ++i)
+        for (int32_t i = 1; i <= size; ++i)
             boundaries.push_back(i);
         return boundaries;
     }
@@ -96,69 +104,74 @@ std::vector<qsizetype> clusterBoundaries(QStringView text)
     // looks across it (every rule with a longer context needs non-ASCII characters on both
     // sides). So the text is cut there, and only stretches longer than one character, which
     // hold something beyond ASCII or a CR, are given to the break iterator.
-    const char16_t *units = reinterpret_cast<const char16_t *>(text.utf16());
-    const qsizetype size = text.size();
-    qsizetype spanStart = 0;
-    for (qsizetype at = 1; at <= size; ++at) {
+    const char16_t *units = text.data();
+    int32_t spanStart = 0;
+    for (int32_t at = 1; at <= size; ++at) {
         if (at < size && !(units[at - 1] < 0x80 && units[at - 1] != u'\r' && units[at] < 0x80))
             continue;
         if (at - spanStart == 1) {
             boundaries.push_back(at);
         } else {
             UErrorCode status = U_ZERO_ERROR;
-            UText wrapped = UTEXT_INITIALIZER;
-            utext_openUChars(&wrapped, icuChars(text.sliced(spanStart, at - spanStart)),
-                             at - spanStart, &status);
-            breaks->setText(&wrapped, status);
+            ubrk_setText(breaks, units + spanStart, at - spanStart, &status);
             if (U_FAILURE(status)) {
-                for (qsizetype i = spanStart + 1; i <= at; ++i)
+                for (int32_t i = spanStart + 1; i <= at; ++i)
                     boundaries.push_back(i);
             } else {
-                for (int32_t next = breaks->next(); next != icu::BreakIterator::DONE;
-                     next = breaks->next())
+                for (int32_t next = ubrk_next(breaks); next != UBRK_DONE; next = ubrk_next(breaks))
                     boundaries.push_back(spanStart + next);
             }
-            utext_close(&wrapped);
         }
         spanStart = at;
     }
     return boundaries;
 }
 
-QString lowercased(QStringView text)
+std::u16string lowercased(std::u16string_view text)
 {
     return mapped(text, u_strToLower);
 }
 
-QString uppercased(QStringView text)
+std::u16string uppercased(std::u16string_view text)
 {
     return mapped(text, u_strToUpper);
 }
 
-QString decomposed(QStringView text)
+std::u16string decomposed(std::u16string_view text)
 {
-    const icu::Normalizer2 *normalizer = nfd();
+    const UNormalizer2 *normalizer = nfd();
     if (normalizer == nullptr)
-        return text.toString();
-    const icu::UnicodeString source(false, icuChars(text), int32_t(text.size()));
+        return std::u16string(text);
     UErrorCode status = U_ZERO_ERROR;
-    if (normalizer->isNormalized(source, status) && U_SUCCESS(status))
-        return text.toString();
+    if (unorm2_isNormalized(normalizer, icuChars(text), int32_t(text.size()), &status) &&
+        U_SUCCESS(status))
+        return std::u16string(text);
+    // A canonical decomposition is rarely more than three times as long; retry once with the
+    // exact size if it is.
+    std::u16string result(3 * text.size() + 8, u'\0');
     status = U_ZERO_ERROR;
-    const icu::UnicodeString result = normalizer->normalize(source, status);
+    int32_t length = unorm2_normalize(normalizer, icuChars(text), int32_t(text.size()),
+                                      result.data(), int32_t(result.size()), &status);
+    if (status == U_BUFFER_OVERFLOW_ERROR) {
+        result.resize(size_t(length));
+        status = U_ZERO_ERROR;
+        length = unorm2_normalize(normalizer, icuChars(text), int32_t(text.size()), result.data(),
+                                  int32_t(result.size()), &status);
+    }
     if (U_FAILURE(status))
-        return text.toString();
-    return QString(reinterpret_cast<const QChar *>(result.getBuffer()), result.length());
+        return std::u16string(text);
+    result.resize(size_t(length));
+    return result;
 }
 
-bool canonicallyEqual(QStringView a, QStringView b)
+bool canonicallyEqual(std::u16string_view a, std::u16string_view b)
 {
     if (a == b)
         return true;
     return decomposed(a) == decomposed(b);
 }
 
-bool isLowercase(QStringView character)
+bool isLowercase(std::u16string_view character)
 {
     UChar32 scalar = 0;
     const bool single = isSingleScalar(character, scalar);
@@ -170,7 +183,7 @@ bool isLowercase(QStringView character)
            !canonicallyEqual(uppercased(character), character);
 }
 
-bool isUppercase(QStringView character)
+bool isUppercase(std::u16string_view character)
 {
     UChar32 scalar = 0;
     const bool single = isSingleScalar(character, scalar);
@@ -182,11 +195,30 @@ bool isUppercase(QStringView character)
            !canonicallyEqual(lowercased(character), character);
 }
 
-bool isLetter(QStringView character)
+bool isLetter(std::u16string_view character)
 {
     UChar32 scalar = 0;
     isSingleScalar(character, scalar);
-    return !character.isEmpty() && u_hasBinaryProperty(scalar, UCHAR_ALPHABETIC);
+    return !character.empty() && u_hasBinaryProperty(scalar, UCHAR_ALPHABETIC);
+}
+
+std::u16string fromUtf8(std::string_view bytes)
+{
+    // Never more UTF-16 units than bytes.
+    std::u16string result(bytes.size(), u'\0');
+    size_t at = 0;
+    while (at < bytes.size() && static_cast<unsigned char>(bytes[at]) < 0x80) {
+        result[at] = char16_t(bytes[at]);
+        ++at;
+    }
+    if (at == bytes.size())
+        return result;
+    int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8WithSub(result.data() + at, int32_t(result.size() - at), &length,
+                         bytes.data() + at, int32_t(bytes.size() - at), 0xFFFD, nullptr, &status);
+    result.resize(U_SUCCESS(status) ? at + size_t(length) : at);
+    return result;
 }
 
 } // namespace pindle::Unicode

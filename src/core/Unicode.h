@@ -1,31 +1,35 @@
 #pragma once
 
-#include <QString>
-#include <QStringView>
-
+#include <cstdint>
+#include <string>
+#include <string_view>
 #include <vector>
 
 // Unicode services the matcher and the search share, all backed by ICU so that they follow the
 // Unicode definitions exactly (Qt's own helpers use general categories where the properties
-// differ, and lag ICU's Unicode version).
+// differ, and lag ICU's Unicode version). Texts are UTF-16; the matcher's command-line filter
+// uses these without Qt, and UnicodeQt.h gives the rest of the core the same on Qt strings.
 namespace pindle::Unicode {
 
 // Where the extended grapheme clusters of text begin, in UTF-16 units, followed by text.size().
 // An empty text gives {0}.
-std::vector<qsizetype> clusterBoundaries(QStringView text);
+std::vector<int32_t> clusterBoundaries(std::u16string_view text);
 
 // Full case mappings of the whole text with the root locale: no language-specific rules, but
 // context-sensitive ones (final sigma) and expansions (ß to SS) apply.
-QString lowercased(QStringView text);
-QString uppercased(QStringView text);
+std::u16string lowercased(std::u16string_view text);
+std::u16string uppercased(std::u16string_view text);
 
 // Canonical decomposition (NFD): canonically equivalent texts have identical decompositions.
-QString decomposed(QStringView text);
-bool canonicallyEqual(QStringView a, QStringView b);
+std::u16string decomposed(std::u16string_view text);
+bool canonicallyEqual(std::u16string_view a, std::u16string_view b);
 
 // The character tests of the matcher, for one user-perceived character (one grapheme cluster).
-bool isLowercase(QStringView character);
-bool isUppercase(QStringView character);
-bool isLetter(QStringView character);
+bool isLowercase(std::u16string_view character);
+bool isUppercase(std::u16string_view character);
+bool isLetter(std::u16string_view character);
+
+// UTF-8 as UTF-16, each ill-formed sequence replaced by U+FFFD.
+std::u16string fromUtf8(std::string_view bytes);
 
 } // namespace pindle::Unicode

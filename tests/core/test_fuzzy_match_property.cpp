@@ -2,7 +2,7 @@
 // from characters that stress the Unicode rules.
 
 #include "core/FuzzyMatch.h"
-#include "core/Unicode.h"
+#include "core/UnicodeQt.h"
 
 #include <gtest/gtest.h>
 #include <unicode/brkiter.h>

@@ -1,7 +1,8 @@
-// Search benchmark.
+// Search benchmark: the modes of pindle-bench that run the launcher's search, which needs Qt.
+// pindle-bench filters by itself, without Qt, and hands every other command line to this
+// program, found beside it.
 //
 //   pindle-bench                          per-key-stroke latency table on generated corpora
-//   pindle-bench --filter QUERY           names on stdin, matches on stdout, best first (as fzy -e)
 //   pindle-bench --keystrokes FILE Q...   type each query into a search over FILE's names
 //   pindle-bench --corpus N               print the generated corpus of N names
 //
@@ -17,15 +18,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <random>
-#include <string>
 #include <string_view>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <thread>
-#include <unistd.h>
 #include <vector>
 
 using namespace pindle;
@@ -242,153 +237,6 @@ int runTable()
     return 0;
 }
 
-// All of standard input. A regular file is mapped with its pages populated up front: first
-// touches of fresh memory are expensive on virtual machines, and a pipe tool's input is
-// usually a file.
-std::string_view readInput(std::string &storage)
-{
-    struct stat info = {};
-    if (fstat(0, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
-        void *mapped =
-            mmap(nullptr, size_t(info.st_size), PROT_READ, MAP_PRIVATE | MAP_POPULATE, 0, 0);
-        if (mapped != MAP_FAILED)
-            return {static_cast<const char *>(mapped), size_t(info.st_size)};
-    }
-    char buffer[1 << 16];
-    for (ssize_t got; (got = ::read(0, buffer, sizeof buffer)) > 0;)
-        storage.append(buffer, size_t(got));
-    return storage;
-}
-
-class Output
-{
-public:
-    ~Output() { flush(); }
-    void write(std::string_view text)
-    {
-        if (m_used + text.size() > sizeof m_buffer)
-            flush();
-        if (text.size() > sizeof m_buffer) {
-            put(text);
-            return;
-        }
-        std::memcpy(m_buffer + m_used, text.data(), text.size());
-        m_used += text.size();
-    }
-    void flush()
-    {
-        put({m_buffer, m_used});
-        m_used = 0;
-    }
-
-private:
-    static void put(std::string_view text)
-    {
-        while (!text.empty()) {
-            const ssize_t written = ::write(1, text.data(), text.size());
-            if (written <= 0)
-                return;
-            text.remove_prefix(size_t(written));
-        }
-    }
-    char m_buffer[1 << 16];
-    size_t m_used = 0;
-};
-
-// The next occurrence of the query's first plain ASCII character, in either case.
-class NextOccurrence
-{
-public:
-    NextOccurrence(std::string_view input, const detail::PreparedQuery &query) : m_input(input)
-    {
-        if (query.asciiIds.empty() || query.hasK)
-            return;
-        const auto id = char(query.asciiIds.front());
-        m_wanted[0] = id;
-        m_wanted[1] = id >= 'a' && id <= 'z' ? char(id - 'a' + 'A') : id;
-        m_isUsable = true;
-    }
-
-    bool isUsable() const { return m_isUsable; }
-
-    size_t from(size_t position)
-    {
-        for (int i = 0; i < 2; ++i) {
-            if (m_next[i] != std::string_view::npos && m_next[i] < position)
-                m_next[i] = m_input.find(m_wanted[i], position);
-        }
-        return std::min(m_next[0], m_next[1]);
-    }
-
-private:
-    std::string_view m_input;
-    char m_wanted[2] = {};
-    size_t m_next[2] = {0, 0};
-    bool m_isUsable = false;
-};
-
-struct FilterHit
-{
-    double score;
-    const char *line;
-    size_t length;
-};
-
-// Scores the lines of a stretch of whole lines, appending the matches in input order.
-void filterLines(std::string_view input, const detail::PreparedQuery &query,
-                 std::vector<FilterHit> &hits)
-{
-    // Lines without the query's first ASCII character in either case can't match (unless a
-    // Kelvin sign stands in for a k): jump from one occurrence of it to the next.
-    NextOccurrence first(input, query);
-    for (size_t begin = 0; begin < input.size();) {
-        if (first.isUsable()) {
-            const size_t at = first.from(begin);
-            if (at == std::string_view::npos)
-                break;
-            const size_t lineStart = input.rfind('\n', at);
-            begin = std::max(begin, lineStart == std::string_view::npos ? 0 : lineStart + 1);
-        }
-        size_t end = input.find('\n', begin);
-        if (end == std::string_view::npos)
-            end = input.size();
-        const std::string_view line = input.substr(begin, end - begin);
-        if (const std::optional<double> score = detail::scoreUtf8(query, line))
-            hits.push_back({*score, line.data(), line.size()});
-        begin = end + 1;
-    }
-}
-
-// Prints every line that matches, best first; lines of equal score keep their input order.
-// Like fzy, it matches on every core: the input is cut in two at a line break.
-int runFilter(const char *queryArgument)
-{
-    std::string storage;
-    const std::string_view input = readInput(storage);
-    const detail::PreparedQuery query = detail::prepareQuery(QString::fromLocal8Bit(queryArgument));
-
-    size_t middle = input.find('\n', input.size() / 2);
-    middle = middle == std::string_view::npos ? input.size() : middle + 1;
-    std::vector<FilterHit> hits;
-    std::vector<FilterHit> secondHits;
-    std::thread second([&] { filterLines(input.substr(middle), query, secondHits); });
-    filterLines(input.substr(0, middle), query, hits);
-    second.join();
-    hits.insert(hits.end(), secondHits.begin(), secondHits.end());
-
-    // Lines lie in the input in input order, so their addresses break ties as a stable sort
-    // would, without its buffer.
-    std::sort(hits.begin(), hits.end(), [](const FilterHit &a, const FilterHit &b) {
-        return a.score != b.score ? a.score > b.score : a.line < b.line;
-    });
-    Output output;
-    for (const FilterHit &hit : hits) {
-        output.write({hit.line, hit.length});
-        output.write("\n");
-    }
-    return 0;
-}
-
 int runKeystrokes(const char *namesPath, int queryCount, char **queries)
 {
     QFile file(QString::fromLocal8Bit(namesPath));
@@ -432,8 +280,6 @@ int main(int argc, char **argv)
     if (argc == 1)
         return runTable();
     const std::string_view mode = argv[1];
-    if (mode == "--filter" && argc == 3)
-        return runFilter(argv[2]);
     if (mode == "--keystrokes" && argc >= 4)
         return runKeystrokes(argv[2], argc - 3, argv + 3);
     if (mode == "--corpus" && argc == 3) {

@@ -1,0 +1,118 @@
+// pindle-bench --filter as a whole process: what it prints for a query, and that it never loads
+// Qt while its other modes still reach the search benchmark.
+
+#include "core/FuzzyMatch.h"
+#include "support/TestSupport.h"
+
+#include <QProcess>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+using namespace pindle;
+
+namespace {
+
+struct Finished
+{
+    int exitCode = -1;
+    QByteArray output;
+    QByteArray errors;
+};
+
+// Runs pindle-bench with the input on a pipe, or, with inputFile, from that file.
+Finished runBench(const QStringList &arguments, const QByteArray &input = {},
+                  const QString &inputFile = {},
+                  const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
+{
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    if (!inputFile.isEmpty())
+        process.setStandardInputFile(inputFile);
+    process.start(QStringLiteral(PINDLE_BENCH), arguments);
+    EXPECT_TRUE(process.waitForStarted());
+    if (inputFile.isEmpty())
+        process.write(input);
+    process.closeWriteChannel();
+    EXPECT_TRUE(process.waitForFinished(120000));
+    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+// The contract of fzy -e, from the matcher: every line that matches, each with a line break,
+// best first, lines of equal score in input order.
+QByteArray expectedOutput(const QString &query, const QByteArray &input)
+{
+    struct Hit
+    {
+        double score;
+        QByteArray line;
+    };
+    std::vector<Hit> hits;
+    for (const QByteArray &line : input.split('\n')) {
+        if (const auto match = FuzzyMatch::match(query, QString::fromUtf8(line)))
+            hits.push_back({match->score, line});
+    }
+    std::stable_sort(hits.begin(), hits.end(),
+                     [](const Hit &a, const Hit &b) { return a.score > b.score; });
+    QByteArray output;
+    for (const Hit &hit : hits)
+        output += hit.line + '\n';
+    return output;
+}
+
+TEST(Filter, printsEveryMatchBestFirstWithTiesInInputOrder)
+{
+    // Ties of every kind: the same line again, other lines of the same score, canonically
+    // equivalent spellings; a CRLF line; and a last line without its line break, long enough to
+    // end in a block of its own.
+    const QByteArray tied = "ab 1\nxab\nab 2\ncaf\xC3\xA9 ab\ncafe\xCC\x81 ab\nab 1\nAB\r\nab 1\n";
+    const QByteArray input = tied + QByteArray::fromStdString(test::generatedLines(1200, 3)) +
+                             tied + QByteArray(100, 'x') + "ab";
+    const QString inputFile = test::homePath() + u"/names.txt"_qs;
+    test::writeFile(inputFile, input);
+    for (const QString &query : {u"ab"_qs, u"a"_qs, u"n f"_qs, u"caf\u00E9"_qs, u"K"_qs, u";"_qs,
+                                 u"\u0130"_qs, u"zzz"_qs}) {
+        SCOPED_TRACE(query.toStdString());
+        const Finished run = runBench({u"--filter"_qs, query}, {}, inputFile);
+        EXPECT_EQ(run.exitCode, 0);
+        EXPECT_EQ(run.output, expectedOutput(query, input));
+    }
+}
+
+TEST(Filter, readsInputOfAnySizeFromAPipe)
+{
+    // More than the first read takes and than the room set aside for hits, every line a match
+    // of the same score but for one digit.
+    QByteArray input;
+    for (int i = 0; i < 40000; ++i)
+        input += "line " + QByteArray::number(i % 7) + " of news\n";
+    for (const QString &query : {u"of"_qs, u"6n"_qs}) {
+        const Finished run = runBench({u"--filter"_qs, query}, input);
+        EXPECT_EQ(run.exitCode, 0);
+        EXPECT_EQ(run.output, expectedOutput(query, input));
+    }
+}
+
+TEST(Filter, otherModesRunTheSearchBenchmark)
+{
+    const Finished corpus = runBench({u"--corpus"_qs, u"3"_qs});
+    EXPECT_EQ(corpus.exitCode, 0);
+    EXPECT_EQ(corpus.output.count('\n'), 3);
+    const Finished wrong = runBench({u"--no-such-mode"_qs});
+    EXPECT_EQ(wrong.exitCode, 2);
+    EXPECT_TRUE(wrong.errors.contains("usage: pindle-bench")) << wrong.errors.toStdString();
+}
+
+TEST(Filter, neverLoadsQt)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"LD_DEBUG"_qs, u"libs"_qs);
+    const Finished run =
+        runBench({u"--filter"_qs, u"caf\u00E9"_qs}, "Caf\xC3\xA9\n", {}, environment);
+    EXPECT_EQ(run.output, "Caf\xC3\xA9\n");
+    EXPECT_FALSE(run.errors.contains("libQt6")) << run.errors.toStdString();
+}
+
+} // namespace
