@@ -211,32 +211,44 @@ bool isPlainAscii(std::u16string_view text)
 
 void describeUnicode(UnicodeDescription &out, std::u16string_view text)
 {
-    const std::vector<int32_t> bounds = Unicode::clusterBoundaries(text);
+    // Working storage kept per thread: a description allocates nothing once it has grown.
+    thread_local std::vector<int32_t> bounds;
+    thread_local std::vector<int32_t> loweredBounds;
+    thread_local std::u16string lowered;
+    Unicode::clusterBoundaries(text, bounds);
     const auto n = int32_t(bounds.size() - 1);
     out.count = n;
     out.mask = 0;
     out.ids.clear();
     out.flags.clear();
-    const std::u16string lowered = Unicode::lowercased(text);
-    const std::vector<int32_t> loweredBounds = Unicode::clusterBoundaries(lowered);
+    Unicode::lowercased(text, lowered);
+    Unicode::clusterBoundaries(lowered, loweredBounds);
     // Characters are paired with their lowercase by position; when lowercasing merged some,
-    // the pairing is lost and the name never matches (as in FuzzyMatch::match).
+    // the pairing is lost and the text never matches (as in FuzzyMatch::match).
     out.isMatchable = loweredBounds.size() >= bounds.size();
     if (!out.isMatchable)
         return;
+    const auto characterAt = [](std::u16string_view of, const std::vector<int32_t> &at, int32_t j) {
+        return of.substr(size_t(at[size_t(j)]), size_t(at[size_t(j) + 1] - at[size_t(j)]));
+    };
+    const auto asciiIn = [](std::u16string_view character) {
+        return character.size() == 1 && character[0] < 0x80 ? int(character[0]) : -1;
+    };
     CharacterTable &table = characterTable();
     const auto guard = table.lock();
     uint8_t previousClass = 0;
     for (int32_t j = 0; j < n; ++j) {
-        const std::u16string_view character = text.substr(
-            size_t(bounds[size_t(j)]), size_t(bounds[size_t(j) + 1] - bounds[size_t(j)]));
-        const uint8_t currentClass = table.info(character).characterClass;
+        // Plain ASCII characters, most of most texts, are their own ids and need no lookup.
+        const std::u16string_view character = characterAt(text, bounds, j);
+        const int ascii = asciiIn(character);
+        const uint8_t currentClass =
+            ascii >= 0 ? asciiClasses[size_t(ascii)] : table.info(character).characterClass;
         out.flags.push_back(positionFlags(j == 0, previousClass, currentClass));
         previousClass = currentClass;
-        const std::u16string_view loweredCharacter = std::u16string_view(lowered).substr(
-            size_t(loweredBounds[size_t(j)]),
-            size_t(loweredBounds[size_t(j) + 1] - loweredBounds[size_t(j)]));
-        out.ids.push_back(table.info(loweredCharacter).id);
+        const std::u16string_view loweredCharacter = characterAt(lowered, loweredBounds, j);
+        const int loweredAscii = asciiIn(loweredCharacter);
+        out.ids.push_back(loweredAscii >= 0 ? uint32_t(loweredAscii)
+                                            : table.info(loweredCharacter).id);
         out.mask |= maskBit(out.ids.back());
     }
 }

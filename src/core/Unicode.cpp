@@ -49,12 +49,13 @@ const UNormalizer2 *nfd()
 using CaseMapping = int32_t (*)(UChar *, int32_t, const UChar *, int32_t, const char *,
                                 UErrorCode *);
 
-std::u16string mapped(std::u16string_view text, CaseMapping map)
+void mapped(std::u16string_view text, CaseMapping map, std::u16string &result)
 {
+    result.clear();
     if (text.empty())
-        return {};
+        return;
     // Full mappings grow a text at most threefold; retry once with the exact size if not.
-    std::u16string result(text.size() + 8, u'\0');
+    result.resize(text.size() + 8);
     UErrorCode status = U_ZERO_ERROR;
     int32_t length = map(result.data(), int32_t(result.size()), icuChars(text),
                          int32_t(text.size()), "", &status);
@@ -65,8 +66,15 @@ std::u16string mapped(std::u16string_view text, CaseMapping map)
                      "", &status);
     }
     if (U_FAILURE(status))
-        return std::u16string(text);
-    result.resize(size_t(length));
+        result.assign(text);
+    else
+        result.resize(size_t(length));
+}
+
+std::u16string mapped(std::u16string_view text, CaseMapping map)
+{
+    std::u16string result;
+    mapped(text, map, result);
     return result;
 }
 
@@ -85,35 +93,70 @@ bool isSingleScalar(std::u16string_view character, UChar32 &scalar)
 
 } // namespace
 
-std::vector<int32_t> clusterBoundaries(std::u16string_view text)
+namespace {
+
+// The code point that ends just before `at`, and the one that starts there.
+UChar32 codePointBefore(std::u16string_view text, size_t at)
 {
-    std::vector<int32_t> boundaries;
+    UChar32 c = 0;
+    U16_PREV(text.data(), 0, at, c);
+    return c;
+}
+
+UChar32 codePointAt(std::u16string_view text, size_t at)
+{
+    UChar32 c = 0;
+    U16_NEXT(text.data(), at, text.size(), c);
+    return c;
+}
+
+// Whether every rule leaves a boundary between two characters of the text: two ASCII
+// characters, the first not CR, or two of no grapheme cluster break property at all (most
+// letters, digits and signs, precomposed or not), where only the last rule speaks. No rule
+// looks across such a place, so the text can be cut there.
+bool isPlainBoundary(std::u16string_view text, size_t at)
+{
+    const char16_t before = text[at - 1];
+    const char16_t after = text[at];
+    if (before < 0x80 && after < 0x80)
+        return before != u'\r';
+    if (U16_IS_LEAD(before) || U16_IS_TRAIL(after))
+        return false; // inside a surrogate pair
+    const auto gcb = [](UChar32 c) {
+        return u_getIntPropertyValue(c, UCHAR_GRAPHEME_CLUSTER_BREAK);
+    };
+    return gcb(codePointBefore(text, at)) == U_GCB_OTHER &&
+           gcb(codePointAt(text, at)) == U_GCB_OTHER;
+}
+
+} // namespace
+
+void clusterBoundaries(std::u16string_view text, std::vector<int32_t> &boundaries)
+{
+    boundaries.clear();
     boundaries.reserve(text.size() + 1);
     boundaries.push_back(0);
     if (text.empty())
-        return boundaries;
+        return;
     const auto size = int32_t(text.size());
     UBreakIterator *breaks = characterBreaks();
     if (breaks == nullptr) {
         // Without ICU data every code unit stands alone; never reached on a working install.
         for (int32_t i = 1; i <= size; ++i)
             boundaries.push_back(i);
-        return boundaries;
+        return;
     }
-    // Between two ASCII characters, the first not CR, there is always a boundary, and no rule
-    // looks across it (every rule with a longer context needs non-ASCII characters on both
-    // sides). So the text is cut there, and only stretches longer than one character, which
-    // hold something beyond ASCII or a CR, are given to the break iterator.
-    const char16_t *units = text.data();
+    // The text is cut at every plain boundary, and only the stretches between them longer than
+    // one code unit are given to the break iterator.
     int32_t spanStart = 0;
     for (int32_t at = 1; at <= size; ++at) {
-        if (at < size && !(units[at - 1] < 0x80 && units[at - 1] != u'\r' && units[at] < 0x80))
+        if (at < size && !isPlainBoundary(text, size_t(at)))
             continue;
         if (at - spanStart == 1) {
             boundaries.push_back(at);
         } else {
             UErrorCode status = U_ZERO_ERROR;
-            ubrk_setText(breaks, units + spanStart, at - spanStart, &status);
+            ubrk_setText(breaks, text.data() + spanStart, at - spanStart, &status);
             if (U_FAILURE(status)) {
                 for (int32_t i = spanStart + 1; i <= at; ++i)
                     boundaries.push_back(i);
@@ -124,12 +167,23 @@ std::vector<int32_t> clusterBoundaries(std::u16string_view text)
         }
         spanStart = at;
     }
+}
+
+std::vector<int32_t> clusterBoundaries(std::u16string_view text)
+{
+    std::vector<int32_t> boundaries;
+    clusterBoundaries(text, boundaries);
     return boundaries;
 }
 
 std::u16string lowercased(std::u16string_view text)
 {
     return mapped(text, u_strToLower);
+}
+
+void lowercased(std::u16string_view text, std::u16string &result)
+{
+    mapped(text, u_strToLower, result);
 }
 
 std::u16string uppercased(std::u16string_view text)

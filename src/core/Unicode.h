@@ -14,10 +14,13 @@ namespace pindle::Unicode {
 // Where the extended grapheme clusters of text begin, in UTF-16 units, followed by text.size().
 // An empty text gives {0}.
 std::vector<int32_t> clusterBoundaries(std::u16string_view text);
+// The same into boundaries, whose storage is reused.
+void clusterBoundaries(std::u16string_view text, std::vector<int32_t> &boundaries);
 
 // Full case mappings of the whole text with the root locale: no language-specific rules, but
 // context-sensitive ones (final sigma) and expansions (ß to SS) apply.
 std::u16string lowercased(std::u16string_view text);
+void lowercased(std::u16string_view text, std::u16string &result);
 std::u16string uppercased(std::u16string_view text);
 
 // Canonical decomposition (NFD): canonically equivalent texts have identical decompositions.
