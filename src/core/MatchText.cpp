@@ -351,9 +351,9 @@ void scoreLines(const PreparedQuery &query, std::string_view text, LineMatch onM
         const bool isAscii = isPlainAscii(line);
         if (isAscii && !query.isAscii)
             return;
-        if (const std::optional<double> score =
+        if (const std::optional<double> result =
                 isAscii ? scoreAscii(query, line) : scoreUtf8(query, line))
-            onMatch(context, line, *score);
+            onMatch(context, line, *result);
     };
     LineSearch search(query);
     // Where the line that goes on into the next block starts, and whether it passed already.
