@@ -12,7 +12,6 @@
 #include <array>
 #include <atomic>
 #include <bit>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -75,31 +74,36 @@ void describeUnicode(UnicodeDescription &out, QStringView name)
     detail::describeUnicode(out, Unicode::units(name));
 }
 
+// work is the calling thread's scratch(), looked up once per search rather than per name.
 std::optional<KernelOutcome> runPrepared(const PreparedQuery &query, const PreparedName &name,
-                                         QList<qsizetype> *positions = nullptr,
+                                         KernelScratch &work, QList<qsizetype> *positions = nullptr,
                                          int32_t mustReach = std::numeric_limits<int32_t>::min(),
                                          const int32_t *gainAfter = nullptr)
 {
     const auto m = int32_t(query.ids.size());
+    const auto run = [&](std::vector<int32_t> *traced) {
+        return name.isAscii ? runKernel(AsciiName<char>{name.text, name.count}, query.ids.data(), m,
+                                        work, traced, mustReach, gainAfter)
+                            : runKernel(InternedName{name.ids, name.flags, name.count},
+                                        query.ids.data(), m, work, traced, mustReach);
+    };
+    if (positions == nullptr)
+        return run(nullptr);
     thread_local std::vector<int32_t> trace;
-    std::vector<int32_t> *const traced = positions != nullptr ? &trace : nullptr;
-    const std::optional<KernelOutcome> outcome =
-        name.isAscii ? runKernel(AsciiName<char>{name.text, name.count}, query.ids.data(), m,
-                                 scratch(), traced, mustReach, gainAfter)
-                     : runKernel(InternedName{name.ids, name.flags, name.count}, query.ids.data(),
-                                 m, scratch(), traced, mustReach);
-    if (outcome && positions != nullptr)
+    const std::optional<KernelOutcome> outcome = run(&trace);
+    if (outcome)
         *positions = QList<qsizetype>(trace.begin(), trace.end());
     return outcome;
 }
 
-// The least total, in half points, of a name of n characters whose score could still equal
-// score, with a half point to spare for rounding.
-int32_t lowestTotalFor(double score, int32_t n)
+// The least total, in half points, with which a name of n characters could still equal the
+// score of a hit with lastTotal over lastCount characters, with a half point to spare: each
+// character of length costs a tenth of a half point. In integers, as it is asked per name.
+int32_t lowestTotalFor(int32_t lastTotal, int32_t lastCount, int32_t n)
 {
-    const double total = std::floor(2 * (score + lengthPenalty * n)) - 1;
-    return int32_t(std::clamp(total, double(std::numeric_limits<int32_t>::min()),
-                              double(std::numeric_limits<int32_t>::max())));
+    const int32_t longer = n - lastCount;
+    const int32_t tenths = longer >= 0 ? longer / 10 : -((9 - longer) / 10);
+    return lastTotal + tenths - 1;
 }
 
 // Prepared names are stored in blocks, each shared by the names in it: records from the start,
@@ -282,6 +286,8 @@ struct Hit
     double score;
     qsizetype index;
     const PreparedName *name;
+    int32_t total; // the score's parts: its total in half points, the characters of the name
+    int32_t count;
 };
 
 // The sort keys of a search, taken from the prepared names or computed once when missing.
@@ -339,6 +345,9 @@ struct IndexEntry
     uint32_t first; // id of the first character
     bool isMatchable;
     bool hasCamelHump;
+    // A plain ASCII name's characters, so that scoring it needs nothing else of the record;
+    // null for other names.
+    const char *text;
     const PreparedName *name;
 };
 
@@ -370,6 +379,9 @@ struct ListIndex
     std::vector<uint32_t> lastQuery;
     // Every name that passed the quick rejection of lastQuery, in list order.
     std::vector<int32_t> lastCandidates;
+    // The storage the next search collects its candidates in: the two take turns, so that a
+    // key stroke allocates (and faults in) nothing once they have grown.
+    std::vector<int32_t> nextCandidates;
     bool hasLastQuery = false;
 
     bool isFor(const QList<IndexedFile> &list) const
@@ -393,8 +405,8 @@ struct ListIndex
             uint32_t first = 0;
             if (name->isMatchable && name->count > 0)
                 first = name->isAscii ? detail::asciiLower(uint8_t(name->text[0])) : name->ids[0];
-            entries.push_back(
-                {name->mask, name->count, first, name->isMatchable, name->hasCamelHump, name});
+            entries.push_back({name->mask, name->count, first, name->isMatchable,
+                               name->hasCamelHump, name->isAscii ? name->text : nullptr, name});
         }
     }
 };
@@ -416,6 +428,7 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
     const auto m = int32_t(prepared.ids.size());
 
     ListIndex &index = listIndex();
+    detail::KernelScratch &work = detail::scratch();
     if (!index.isFor(files))
         index.rebuild(files);
     // While typing, each query usually extends the last one: then only the names that passed
@@ -423,8 +436,9 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
     const bool isNarrowing =
         index.hasLastQuery && index.lastQuery.size() <= prepared.ids.size() &&
         std::equal(index.lastQuery.begin(), index.lastQuery.end(), prepared.ids.begin());
-    std::vector<int32_t> candidates;
-    candidates.reserve(isNarrowing ? index.lastCandidates.size() : 1024);
+    std::vector<int32_t> &candidates = index.nextCandidates;
+    candidates.clear();
+    candidates.reserve(isNarrowing ? index.lastCandidates.size() : index.entries.size());
 
     CollationKeys keys;
     std::vector<Hit> kept;
@@ -442,7 +456,7 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
         int32_t mustReach = std::numeric_limits<int32_t>::min();
         const int32_t *gainAfter = nullptr;
         if (isInserting && qsizetype(kept.size()) == limit) {
-            mustReach = detail::lowestTotalFor(kept.back().score, entry.count);
+            mustReach = detail::lowestTotalFor(kept.back().total, kept.back().count, entry.count);
             // Only position 0 earns the start bonus, and no later position reaches it: a name
             // that doesn't begin with the query's first character is often out of reach
             // before its text is read.
@@ -456,13 +470,17 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
             }
         }
         const std::optional<detail::KernelOutcome> outcome =
-            detail::runPrepared(prepared, *entry.name, nullptr, mustReach, gainAfter);
+            entry.text != nullptr
+                ? detail::runKernel(detail::AsciiName<char>{entry.text, entry.count},
+                                    prepared.ids.data(), m, work, nullptr, mustReach, gainAfter)
+                : detail::runPrepared(prepared, *entry.name, work, nullptr, mustReach, gainAfter);
         if (!outcome)
             return;
         candidates.push_back(at);
         if (outcome->isPruned)
             return;
-        const Hit hit{detail::finalScore(outcome->total, entry.count), at, entry.name};
+        const Hit hit{detail::finalScore(outcome->total, entry.count), at, entry.name,
+                      outcome->total, entry.count};
         if (!isInserting) {
             kept.push_back(hit);
             return;
@@ -484,7 +502,7 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
             consider(at);
     }
     index.lastQuery = prepared.ids;
-    index.lastCandidates = std::move(candidates);
+    std::swap(index.lastCandidates, index.nextCandidates);
     index.hasLastQuery = true;
 
     if (!isInserting) {
@@ -502,7 +520,7 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
     results.reserve(qsizetype(kept.size()));
     for (const Hit &hit : kept) {
         ScoredFile row{files[hit.index], hit.score, {}};
-        detail::runPrepared(prepared, *hit.name, &row.positions);
+        detail::runPrepared(prepared, *hit.name, work, &row.positions);
         results.push_back(std::move(row));
     }
     return results;
