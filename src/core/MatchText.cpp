@@ -228,29 +228,34 @@ void describeUnicode(UnicodeDescription &out, std::u16string_view text)
     out.isMatchable = loweredBounds.size() >= bounds.size();
     if (!out.isMatchable)
         return;
-    const auto characterAt = [](std::u16string_view of, const std::vector<int32_t> &at, int32_t j) {
-        return of.substr(size_t(at[size_t(j)]), size_t(at[size_t(j) + 1] - at[size_t(j)]));
-    };
-    const auto asciiIn = [](std::u16string_view character) {
-        return character.size() == 1 && character[0] < 0x80 ? int(character[0]) : -1;
-    };
+    out.ids.resize(size_t(n));
+    out.flags.resize(size_t(n));
+    uint32_t *const ids = out.ids.data();
+    uint8_t *const flags = out.flags.data();
+    uint64_t mask = 0;
     CharacterTable &table = characterTable();
     const auto guard = table.lock();
     uint8_t previousClass = 0;
-    for (int32_t j = 0; j < n; ++j) {
+    for (size_t j = 0; j < size_t(n); ++j) {
         // Plain ASCII characters, most of most texts, are their own ids and need no lookup.
-        const std::u16string_view character = characterAt(text, bounds, j);
-        const int ascii = asciiIn(character);
-        const uint8_t currentClass =
-            ascii >= 0 ? asciiClasses[size_t(ascii)] : table.info(character).characterClass;
-        out.flags.push_back(positionFlags(j == 0, previousClass, currentClass));
+        const auto from = size_t(bounds[j]);
+        const auto size = size_t(bounds[j + 1]) - from;
+        const uint8_t currentClass = size == 1 && text[from] < 0x80
+                                         ? asciiClasses[text[from]]
+                                         : table.info(text.substr(from, size)).characterClass;
+        flags[j] = positionFlags(j == 0, previousClass, currentClass);
         previousClass = currentClass;
-        const std::u16string_view loweredCharacter = characterAt(lowered, loweredBounds, j);
-        const int loweredAscii = asciiIn(loweredCharacter);
-        out.ids.push_back(loweredAscii >= 0 ? uint32_t(loweredAscii)
-                                            : table.info(loweredCharacter).id);
-        out.mask |= maskBit(out.ids.back());
+        const auto loweredFrom = size_t(loweredBounds[j]);
+        const auto loweredSize = size_t(loweredBounds[j + 1]) - loweredFrom;
+        if (loweredSize == 1 && lowered[loweredFrom] < 0x80) {
+            ids[j] = lowered[loweredFrom];
+            mask |= asciiMaskBits[ids[j]];
+        } else {
+            ids[j] = table.info(std::u16string_view(lowered).substr(loweredFrom, loweredSize)).id;
+            mask |= maskBit(ids[j]);
+        }
     }
+    out.mask = mask;
 }
 
 PreparedQuery prepareQuery(std::u16string_view query)
