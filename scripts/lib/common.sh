@@ -41,8 +41,12 @@ pindle_ensure_packages() {
 pindle_build() {
     local dir=$1
     shift
-    if [ ! -f "$dir/CMakeCache.txt" ]; then
+    # Configured again when the options asked for change, so that an existing build folder
+    # follows what this script asks of it.
+    local options="$*"
+    if [ ! -f "$dir/CMakeCache.txt" ] || [ "$(cat "$dir/.pindle-options" 2>/dev/null)" != "$options" ]; then
         cmake -S "$pindle_root" -B "$dir" -G Ninja "$@"
+        printf '%s' "$options" >"$dir/.pindle-options"
     fi
     cmake --build "$dir"
 }
