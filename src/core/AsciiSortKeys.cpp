@@ -5,6 +5,7 @@
 #include <unicode/usetiter.h>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -140,45 +141,55 @@ std::optional<AsciiSortKeys> AsciiSortKeys::learn(const icu::Collator &collator)
 
 bool AsciiSortKeys::append(std::u16string_view name, std::string &keys) const
 {
+    unsigned isOther = 0;
     for (const char16_t c : name)
-        if (c >= 0x80)
-            return false;
+        isOther |= unsigned(c >= 0x80);
+    if (isOther != 0)
+        return false;
+    // Written in place: no character takes more than four bytes, nor does any digit of a
+    // number; the level separator and the secondary weights follow.
     const size_t start = keys.size();
-    size_t elements = 0;
-    for (size_t at = 0; at < name.size();) {
-        const char16_t c = name[at];
-        if (isDigit(c)) {
-            size_t end = at;
-            while (end < name.size() && isDigit(name[end]))
-                ++end;
-            if (end - at > longestNumber) {
-                keys.resize(start);
-                return false;
+    const size_t most = 4 * name.size() + name.size() / commonMaxCount + 2;
+    bool isWritten = true;
+    keys.resize_and_overwrite(start + most, [&](char *data, size_t) {
+        char *out = data + start;
+        size_t elements = 0;
+        for (size_t at = 0; at < name.size();) {
+            const char16_t c = name[at];
+            if (isDigit(c)) {
+                size_t end = at;
+                while (end < name.size() && isDigit(name[end]))
+                    ++end;
+                if (end - at > longestNumber) {
+                    isWritten = false;
+                    return start;
+                }
+                appendNumber(name.substr(at, end - at), out, elements);
+                at = end;
+                continue;
             }
-            appendNumber(name.substr(at, end - at), keys, elements);
-            at = end;
-            continue;
+            const Weight &weight = m_weights[c];
+            std::memcpy(out, weight.bytes.data(), weight.bytes.size());
+            out += weight.size;
+            elements += weight.size > 0 ? 1 : 0;
+            ++at;
         }
-        const Weight &weight = m_weights[c];
-        keys.append(reinterpret_cast<const char *>(weight.bytes.data()), weight.size);
-        elements += weight.size > 0 ? 1 : 0;
-        ++at;
-    }
-    keys.push_back(char(levelSeparator));
-    if (elements > 0) {
-        size_t rest = elements - 1;
-        for (; rest >= commonMaxCount; rest -= commonMaxCount)
-            keys.push_back(char(commonMiddle));
-        keys.push_back(char(commonLow + rest));
-    }
-    return true;
+        *out++ = char(levelSeparator);
+        if (elements > 0) {
+            size_t rest = elements - 1;
+            for (; rest >= commonMaxCount; rest -= commonMaxCount)
+                *out++ = char(commonMiddle);
+            *out++ = char(commonLow + rest);
+        }
+        return size_t(out - data);
+    });
+    return isWritten;
 }
 
 // A run of digits as one number, the way the collator's numeric ordering writes it: leading
 // zeros dropped; values below 1,042,490 in one element of two to four bytes, by range; larger
 // ones as their count of digit pairs followed by the pairs, three to an element.
-void AsciiSortKeys::appendNumber(std::u16string_view digits, std::string &keys,
-                                 size_t &elements) const
+void AsciiSortKeys::appendNumber(std::u16string_view digits, char *&out, size_t &elements) const
 {
     while (digits.size() > 1 && digits.front() == u'0')
         digits.remove_prefix(1);
@@ -186,7 +197,8 @@ void AsciiSortKeys::appendNumber(std::u16string_view digits, std::string &keys,
     uint8_t element[4] = {m_digitLead};
     size_t used = 1;
     const auto finish = [&] {
-        keys.append(reinterpret_cast<const char *>(element), used);
+        std::memcpy(out, element, used);
+        out += used;
         ++elements;
         used = 1;
     };

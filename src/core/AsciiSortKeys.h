@@ -33,7 +33,8 @@ private:
         std::array<uint8_t, 4> bytes{};
     };
 
-    void appendNumber(std::u16string_view digits, std::string &keys, size_t &elements) const;
+    // Writes the number at out and moves out past it.
+    void appendNumber(std::u16string_view digits, char *&out, size_t &elements) const;
 
     std::array<Weight, 128> m_weights{};
     uint8_t m_digitLead = 0;
