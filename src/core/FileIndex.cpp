@@ -260,8 +260,13 @@ QList<IndexedFile> scan()
 
     QList<IndexedFile> files;
     files.reserve(qsizetype(listed.size()));
-    for (const SortEntry &sorted : order) {
-        Listed &entry = listed[sorted.index];
+    // The sort has scattered the names over memory: each is asked for some entries ahead, so
+    // that it is at hand when it is prepared.
+    constexpr size_t lookAhead = 8;
+    for (size_t i = 0; i < order.size(); ++i) {
+        if (i + lookAhead < order.size())
+            __builtin_prefetch(listed[order[i + lookAhead].index].record.displayName.constData());
+        Listed &entry = listed[order[i].index];
         if (entry.isNew) {
             const std::string_view key = keyOf(entry);
             entry.record.prepared = detail::prepareName(
