@@ -13,7 +13,13 @@ runs=${1:-30}
 build="${PINDLE_BENCH_BUILD:-$pindle_root/build/release}"
 
 pindle_ensure_packages "${PINDLE_PACKAGES[@]}"
-pindle_build "$build" -DCMAKE_BUILD_TYPE=Release -DPINDLE_BUILD_TESTS=OFF -DPINDLE_BUILD_BENCH=OFF
+if [ -n "${PINDLE_BENCH_BUILD:-}" ]; then
+    # A build folder of the caller's: built as it is configured.
+    cmake --build "$build" --target pindle
+else
+    # The folder scripts/run builds, with its options.
+    pindle_build "$build" -DCMAKE_BUILD_TYPE=Release -DPINDLE_BUILD_TESTS=OFF -DPINDLE_BUILD_BENCH=OFF
+fi
 probe="$build/bench/panel_latency_probe"
 source_file="$pindle_root/bench/panel_latency_probe.cpp"
 if [ ! -x "$probe" ] || [ "$source_file" -nt "$probe" ]; then
@@ -22,8 +28,7 @@ if [ ! -x "$probe" ] || [ "$source_file" -nt "$probe" ]; then
     g++ -std=c++20 -O2 -o "$probe" "$source_file" $(pkg-config --cflags --libs xcb xcb-keysyms)
 fi
 
-source "$pindle_root/tests/e2e/harness.sh"
-e2e_start
+# The library brings the harness, whose teardown stops the X server and the window manager.
 source "$pindle_root/tests/e2e/pindle_lib.sh"
 pindle_setup
 PINDLE_BIN="$build/src/app/pindle"

@@ -18,11 +18,13 @@ e2e_log() { printf '%s\n' "$*" >&2; }
 e2e_teardown() {
     local status=$? pid
     trap - EXIT INT TERM
+    # Processes that have already ended make kill and wait fail: that must not stop the
+    # teardown of the rest in a caller running with set -e.
     for pid in "${E2E_PIDS[@]}" $E2E_WM_PID $E2E_XVFB_PID; do
-        kill "$pid" 2>/dev/null
+        kill "$pid" 2>/dev/null || true
     done
     for pid in "${E2E_PIDS[@]}" $E2E_WM_PID $E2E_XVFB_PID; do
-        wait "$pid" 2>/dev/null
+        wait "$pid" 2>/dev/null || true
     done
     rm -rf "$E2E_TMP"
     exit "$status"
