@@ -66,7 +66,7 @@ void prepareAscii(PreparedName &prepared, const char16_t *units, const char *tex
     }
     prepared.count = int32_t(n);
     prepared.mask = masks[0] | masks[1] | masks[2] | masks[3];
-    prepared.hasCamelHump = humps != 0;
+    prepared.camelHumps = uint8_t(std::min(std::popcount(humps), 255));
 }
 
 void describeUnicode(UnicodeDescription &out, QStringView name)
@@ -255,8 +255,10 @@ std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
         prepared->isMatchable = description.isMatchable;
         prepared->count = description.count;
         prepared->mask = description.mask;
-        prepared->hasCamelHump = std::any_of(
-            flags, flags + n, [](uint8_t f) { return (f & bonusMask) == camelHumpBonus; });
+        prepared->camelHumps = uint8_t(std::min<ptrdiff_t>(
+            std::count_if(flags, flags + n,
+                          [](uint8_t f) { return (f & bonusMask) == camelHumpBonus; }),
+            255));
         arrays = reinterpret_cast<std::byte *>(flags + n);
     }
     prepared->name = displayName;
@@ -344,7 +346,7 @@ struct IndexEntry
     int32_t count;
     uint32_t first; // id of the first character
     bool isMatchable;
-    bool hasCamelHump;
+    uint8_t camelHumps;
     // A plain ASCII name's characters, so that scoring it needs nothing else of the record;
     // null for other names.
     const char *text;
@@ -352,18 +354,23 @@ struct IndexEntry
 };
 
 // For each query character, the most the characters after it can add to a total, in a name
-// with or without a camel-case hump.
-std::vector<int32_t> gainsAfter(const std::vector<uint32_t> &query, bool hasCamelHump)
+// with `humps` camel-case humps. A step gains more than a consecutive plain character only
+// after a separator in the query, or by landing right after the last character on a hump;
+// each hump serves one step.
+std::vector<int32_t> gainsAfter(const std::vector<uint32_t> &query, int32_t humps)
 {
-    std::vector<int32_t> gains(query.size(), 0);
-    for (size_t i = query.size() - 1; i-- > 0;) {
-        const bool isSeparator =
-            query[i] < 0x80 && (detail::asciiClasses[query[i]] & detail::separatorClass);
-        const int32_t step = isSeparator    ? detail::maximalStep
-                             : hasCamelHump ? detail::consecutiveBonus + detail::camelHumpBonus
-                                            : std::max(detail::plainStep, detail::jumpStep);
-        gains[i] = gains[i + 1] + step;
+    const auto m = int32_t(query.size());
+    std::vector<int32_t> gains(size_t(m), 0);
+    for (int32_t i = m - 1; i-- > 0;) {
+        const bool isSeparator = query[size_t(i)] < 0x80 &&
+                                 (detail::asciiClasses[query[size_t(i)]] & detail::separatorClass);
+        const int32_t step =
+            isSeparator ? detail::maximalStep : std::max(detail::plainStep, detail::jumpStep);
+        gains[size_t(i)] = gains[size_t(i) + 1] + step;
     }
+    constexpr int32_t humpGain = detail::camelHumpBonus - detail::plainBonus;
+    for (int32_t i = 0; i < m; ++i)
+        gains[size_t(i)] += humpGain * std::min(humps, m - 1 - i);
     return gains;
 }
 
@@ -377,7 +384,7 @@ struct ListIndex
     // Prepared here for records made without prepared data, or renamed since.
     std::vector<std::shared_ptr<const PreparedName>> preparedHere;
     std::vector<uint32_t> lastQuery;
-    // Every name that passed the quick rejection of lastQuery, in list order.
+    // Every name that passed the quick rejection of lastQuery, in the order it looked at them.
     std::vector<int32_t> lastCandidates;
     // The storage the next search collects its candidates in: the two take turns, so that a
     // key stroke allocates (and faults in) nothing once they have grown.
@@ -405,8 +412,8 @@ struct ListIndex
             uint32_t first = 0;
             if (name->isMatchable && name->count > 0)
                 first = name->isAscii ? detail::asciiLower(uint8_t(name->text[0])) : name->ids[0];
-            entries.push_back({name->mask, name->count, first, name->isMatchable,
-                               name->hasCamelHump, name->isAscii ? name->text : nullptr, name});
+            entries.push_back({name->mask, name->count, first, name->isMatchable, name->camelHumps,
+                               name->isAscii ? name->text : nullptr, name});
         }
     }
 };
@@ -445,8 +452,10 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
     const bool isInserting = limit <= detail::insertionLimit;
     kept.reserve(size_t(isInserting ? limit + 1 : files.size()));
 
-    const std::vector<int32_t> withHump = gainsAfter(prepared.ids, true);
-    const std::vector<int32_t> withoutHump = gainsAfter(prepared.ids, false);
+    // By count of humps, up to one per step.
+    std::vector<std::vector<int32_t>> gainsByHumps;
+    for (int32_t humps = 0; humps < std::max(m, 1); ++humps)
+        gainsByHumps.push_back(gainsAfter(prepared.ids, humps));
     auto consider = [&](int32_t at) {
         const IndexEntry &entry = index.entries[size_t(at)];
         if (!entry.isMatchable || entry.count < m || (prepared.mask & ~entry.mask) != 0)
@@ -463,7 +472,8 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
             const int32_t firstBest = entry.first == prepared.ids[0]
                                           ? detail::startBonus
                                           : detail::afterSeparatorBonus - 1;
-            gainAfter = entry.hasCamelHump ? withHump.data() : withoutHump.data();
+            gainAfter =
+                gainsByHumps[std::min<size_t>(entry.camelHumps, gainsByHumps.size() - 1)].data();
             if (firstBest + gainAfter[0] < mustReach) {
                 candidates.push_back(at);
                 return;
@@ -498,8 +508,18 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
         for (const int32_t at : index.lastCandidates)
             consider(at);
     } else {
-        for (int32_t at = 0; at < int32_t(index.entries.size()); ++at)
-            consider(at);
+        // Names that begin with the query's first character first: they earn the start bonus,
+        // so the kept rows fill with the best scores early and most of the other names are
+        // passed over on their bound alone. The order the names are looked at in changes
+        // nothing else: the kept rows follow one total order. Narrowing searches keep it.
+        const auto count = int32_t(index.entries.size());
+        const uint32_t first = prepared.ids[0];
+        for (int32_t at = 0; at < count; ++at)
+            if (index.entries[size_t(at)].first == first)
+                consider(at);
+        for (int32_t at = 0; at < count; ++at)
+            if (index.entries[size_t(at)].first != first)
+                consider(at);
     }
     index.lastQuery = prepared.ids;
     std::swap(index.lastCandidates, index.nextCandidates);

@@ -32,7 +32,7 @@ struct PreparedName
     int32_t count = 0;       // characters of the name
     bool isMatchable = true; // false when lowercasing merged characters
     bool isAscii = true;
-    bool hasCamelHump = false;      // a lowercase character directly followed by an uppercase one
+    uint8_t camelHumps = 0; // lowercase characters directly followed by an uppercase one (to 255)
     const char *text = nullptr;     // plain ASCII names: the characters as bytes
     const uint32_t *ids = nullptr;  // other names only, count entries
     const uint8_t *flags = nullptr; // other names only, count entries

@@ -228,6 +228,10 @@ TEST(SearchRanking, aLaterNameThatWinsOnlyByItsCamelHumpsStillEntersAFullList)
         const QList<IndexedFile> files = preparedList({u"abcde"_qs, camel});
         EXPECT_EQ(namesOf(FileIndex::search(u"abcde"_qs, files, 1)), QStringList{camel});
     }
+    // Each hump can add to one step: three of them beat a row that two earn.
+    const QList<IndexedFile> files = preparedList({u"aBcDefg"_qs, u"xxxxxx aBcDeFg"_qs});
+    EXPECT_EQ(namesOf(FileIndex::search(u"abcdefg"_qs, files, 1)),
+              QStringList{u"xxxxxx aBcDeFg"_qs});
 }
 
 TEST(SearchRanking, keepsTheBestUpToTheLimit)
