@@ -384,7 +384,7 @@ struct ListIndex
     // Prepared here for records made without prepared data, or renamed since.
     std::vector<std::shared_ptr<const PreparedName>> preparedHere;
     std::vector<uint32_t> lastQuery;
-    // Every name that passed the quick rejection of lastQuery, in the order it looked at them.
+    // Every name that passed the quick rejection of lastQuery, in list order.
     std::vector<int32_t> lastCandidates;
     // The storage the next search collects its candidates in: the two take turns, so that a
     // key stroke allocates (and faults in) nothing once they have grown.
@@ -508,18 +508,8 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
         for (const int32_t at : index.lastCandidates)
             consider(at);
     } else {
-        // Names that begin with the query's first character first: they earn the start bonus,
-        // so the kept rows fill with the best scores early and most of the other names are
-        // passed over on their bound alone. The order the names are looked at in changes
-        // nothing else: the kept rows follow one total order. Narrowing searches keep it.
-        const auto count = int32_t(index.entries.size());
-        const uint32_t first = prepared.ids[0];
-        for (int32_t at = 0; at < count; ++at)
-            if (index.entries[size_t(at)].first == first)
-                consider(at);
-        for (int32_t at = 0; at < count; ++at)
-            if (index.entries[size_t(at)].first != first)
-                consider(at);
+        for (int32_t at = 0; at < int32_t(index.entries.size()); ++at)
+            consider(at);
     }
     index.lastQuery = prepared.ids;
     std::swap(index.lastCandidates, index.nextCandidates);
