@@ -165,8 +165,9 @@ struct Prepared
     double prepareMs = 0;
 };
 
-// The records as the scan makes them; only prepareName is timed, since the scan computes the
-// collation key for its own sort anyway.
+// The records as the scan makes them, announced as one batch as the scan announces its new
+// ones; only the preparing is timed, since the scan computes the collation key for its own
+// sort anyway.
 Prepared prepare(const QStringList &names)
 {
     std::vector<QByteArray> keys;
@@ -179,6 +180,7 @@ Prepared prepare(const QStringList &names)
         result.files.push_back(
             {QUrl::fromLocalFile(u"/shortcuts/"_qs + QString::number(i)), names[i], nullptr});
     const Clock::time_point start = Clock::now();
+    const detail::NameBatch batch(size_t(names.size()));
     for (qsizetype i = 0; i < names.size(); ++i)
         result.files[i].prepared = detail::prepareName(names[i], std::move(keys[size_t(i)]));
     result.prepareMs = millisecondsSince(start);

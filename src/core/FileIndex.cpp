@@ -258,6 +258,7 @@ QList<IndexedFile> scan()
         return keyOf(listed[a.index]) < keyOf(listed[b.index]);
     });
 
+    const detail::NameBatch batch(size_t(std::ranges::count_if(listed, &Listed::isNew)));
     QList<IndexedFile> files;
     files.reserve(qsizetype(listed.size()));
     // The sort has scattered the names over memory: each is asked for some entries ahead, so

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <bit>
 #include <cstdlib>
 #include <cstring>
@@ -113,20 +112,23 @@ int32_t lowestTotalFor(int32_t lastTotal, int32_t lastCount, int32_t n)
 // Fresh memory is what preparing costs most on virtual machines: each new page costs a fault to
 // map it and, under shadow paging, a second one on first touch. So a block's pages are mapped
 // in one call, small blocks come from the heap (a freed block's pages are reused by the next
-// one, and are given back with the rest of the free heap), and once many names are live, blocks
-// of one huge page are used, which map and touch at the cost of a single page.
+// one, and are given back with the rest of the free heap), and a batch of names announced to
+// fill huge pages gets blocks of one huge page, which map and touch at the cost of a single
+// page. Only such batches do: a huge block that is barely used would double a small
+// collection's memory.
+thread_local size_t expectedNames = 0;
+
 class NameBlock
 {
 public:
     static constexpr size_t smallSize = size_t(64) << 10;
     static constexpr size_t largeSize = size_t(2) << 20;
-    // Huge blocks are used above this much live data, so that one that is barely used adds
-    // at most half to it; below, small blocks keep a small collection's memory tight.
-    static constexpr size_t largeFrom = largeSize;
+    // What a plain name of usual length takes, with its collation key, to size a batch.
+    static constexpr size_t usualNameBytes = sizeof(PreparedName) + 64;
 
     static size_t nextSize()
     {
-        return liveBytes.load(std::memory_order_relaxed) >= largeFrom ? largeSize : smallSize;
+        return expectedNames * usualNameBytes >= largeSize ? largeSize : smallSize;
     }
 
     explicit NameBlock(size_t size) : m_size(size), m_arraysAt(size)
@@ -135,7 +137,6 @@ public:
         if (m_memory == nullptr)
             return;
         populate(m_memory, size);
-        liveBytes.fetch_add(size, std::memory_order_relaxed);
     }
     NameBlock(const NameBlock &) = delete;
     NameBlock &operator=(const NameBlock &) = delete;
@@ -145,7 +146,6 @@ public:
             return;
         for (size_t i = 0; i < m_count; ++i)
             reinterpret_cast<PreparedName *>(m_memory)[i].~PreparedName();
-        liveBytes.fetch_sub(m_size, std::memory_order_relaxed);
         if (m_size == largeSize)
             ::munmap(m_memory, m_size);
         else
@@ -192,8 +192,6 @@ private:
             ::madvise(reinterpret_cast<void *>(begin), end - begin, MADV_POPULATE_WRITE);
     }
 
-    static inline std::atomic<size_t> liveBytes = 0;
-
     std::byte *m_memory = nullptr;
     size_t m_size;
     size_t m_count = 0;
@@ -221,6 +219,16 @@ std::shared_ptr<PreparedName> newPreparedName(size_t arrayBytes, std::byte *&arr
 }
 
 } // namespace
+
+NameBatch::NameBatch(size_t count) : m_previous(expectedNames)
+{
+    expectedNames = count;
+}
+
+NameBatch::~NameBatch()
+{
+    expectedNames = m_previous;
+}
 
 std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
                                                 QByteArrayView collationKey)

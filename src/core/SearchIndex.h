@@ -40,6 +40,20 @@ struct PreparedName
     std::unique_ptr<std::byte[]> ownStorage;
 };
 
+// Announces, for as long as it lives, that this thread is about to prepare `count` names: a
+// large batch is then stored in huge pages.
+class NameBatch
+{
+public:
+    explicit NameBatch(size_t count);
+    ~NameBatch();
+    NameBatch(const NameBatch &) = delete;
+    NameBatch &operator=(const NameBatch &) = delete;
+
+private:
+    size_t m_previous;
+};
+
 // Analyses a display name once, so that searches need not redo it per key stroke. collationKey
 // is Collation::sortKey(displayName), which the scan has already computed for its sort. May
 // return null; the search then works from the name itself.
