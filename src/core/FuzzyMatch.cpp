@@ -1,6 +1,7 @@
 #include "core/FuzzyMatch.h"
 
 #include "core/MatchKernel.h"
+#include "core/MatchText.h"
 #include "core/UnicodeQt.h"
 
 #include <vector>
@@ -17,21 +18,6 @@ std::vector<QStringView> characters(QStringView text)
     result.reserve(bounds.size() - 1);
     for (size_t c = 0; c + 1 < bounds.size(); ++c)
         result.push_back(text.sliced(bounds[c], bounds[c + 1] - bounds[c]));
-    return result;
-}
-
-uint8_t classOf(QStringView character)
-{
-    uint8_t result = 0;
-    if (character.size() == 1 &&
-        detail::separators.find(character[0].unicode()) != std::u16string_view::npos)
-        result |= detail::separatorClass;
-    if (Unicode::isLowercase(character))
-        result |= detail::lowercaseClass;
-    if (Unicode::isUppercase(character))
-        result |= detail::uppercaseClass;
-    if (Unicode::isLetter(character))
-        result |= detail::letterClass;
     return result;
 }
 
@@ -76,7 +62,7 @@ std::optional<Result> match(const QString &query, const QString &candidate)
         for (size_t index = 0; index < distinct.size(); ++index)
             if (distinct[index] == form)
                 ids[size_t(j)] = uint32_t(index + 1);
-        const uint8_t currentClass = classOf(c[size_t(j)]);
+        const uint8_t currentClass = detail::characterClass(Unicode::units(c[size_t(j)]));
         flags[size_t(j)] = detail::positionFlags(j == 0, previousClass, currentClass);
         previousClass = currentClass;
     }

@@ -58,12 +58,7 @@ public:
                 ++m_nextId;
             made.id = entry->second;
         }
-        if (Unicode::isLowercase(character))
-            made.characterClass |= lowercaseClass;
-        if (Unicode::isUppercase(character))
-            made.characterClass |= uppercaseClass;
-        if (Unicode::isLetter(character))
-            made.characterClass |= letterClass;
+        made.characterClass = characterClass(character);
         m_byText.emplace(std::u16string(character), made);
         return made;
     }
@@ -198,6 +193,20 @@ private:
 };
 
 } // namespace
+
+uint8_t characterClass(std::u16string_view character)
+{
+    if (character.size() == 1 && character[0] < 0x80)
+        return asciiClasses[character[0]];
+    uint8_t result = 0;
+    if (Unicode::isLowercase(character))
+        result |= lowercaseClass;
+    if (Unicode::isUppercase(character))
+        result |= uppercaseClass;
+    if (Unicode::isLetter(character))
+        result |= letterClass;
+    return result;
+}
 
 // A reduction without an early exit, which the compiler turns into vector code: names are
 // short, and most are plain.

@@ -34,6 +34,9 @@ inline constexpr std::array<uint64_t, 128> asciiMaskBits = [] {
     return table;
 }();
 
+// The CharacterClass bits of one character (one grapheme cluster) of a name as written.
+uint8_t characterClass(std::u16string_view character);
+
 // A text whose every character is a single ASCII code unit: all of ASCII except CR, which
 // forms one character with a following LF.
 bool isPlainAscii(std::u16string_view text);

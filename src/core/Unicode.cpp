@@ -225,28 +225,33 @@ bool canonicallyEqual(std::u16string_view a, std::u16string_view b)
     return decomposed(a) == decomposed(b);
 }
 
-bool isLowercase(std::u16string_view character)
+namespace {
+
+// Whether a character is of the case `property` names: it has the property, or it is its own
+// `toCase` mapping (up to canonical equivalence) and either is cased or changes under `away`.
+bool hasCase(std::u16string_view character, UProperty property, CaseMapping toCase,
+             CaseMapping away)
 {
     UChar32 scalar = 0;
     const bool single = isSingleScalar(character, scalar);
-    if (single && u_hasBinaryProperty(scalar, UCHAR_LOWERCASE))
+    if (single && u_hasBinaryProperty(scalar, property))
         return true;
-    if (!canonicallyEqual(lowercased(character), character))
+    if (!canonicallyEqual(mapped(character, toCase), character))
         return false;
     return (single && u_hasBinaryProperty(scalar, UCHAR_CASED)) ||
-           !canonicallyEqual(uppercased(character), character);
+           !canonicallyEqual(mapped(character, away), character);
+}
+
+} // namespace
+
+bool isLowercase(std::u16string_view character)
+{
+    return hasCase(character, UCHAR_LOWERCASE, u_strToLower, u_strToUpper);
 }
 
 bool isUppercase(std::u16string_view character)
 {
-    UChar32 scalar = 0;
-    const bool single = isSingleScalar(character, scalar);
-    if (single && u_hasBinaryProperty(scalar, UCHAR_UPPERCASE))
-        return true;
-    if (!canonicallyEqual(uppercased(character), character))
-        return false;
-    return (single && u_hasBinaryProperty(scalar, UCHAR_CASED)) ||
-           !canonicallyEqual(lowercased(character), character);
+    return hasCase(character, UCHAR_UPPERCASE, u_strToUpper, u_strToLower);
 }
 
 bool isLetter(std::u16string_view character)

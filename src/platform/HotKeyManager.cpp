@@ -33,17 +33,15 @@ bool HotKeyManager::registerHotKey(std::uint32_t keyCode, std::uint32_t modifier
     if (status != platform::noErr || ref == nullptr)
         return false;
 
-    hotKeyRefs[id] = ref;
-    handlers[id] = std::move(onFire);
+    registered[id] = {ref, std::move(onFire)};
     return true;
 }
 
 void HotKeyManager::unregisterAll()
 {
-    for (const auto &[id, ref] : hotKeyRefs)
-        m_service.unregisterEventHotKey(ref);
-    hotKeyRefs.clear();
-    handlers.clear();
+    for (const auto &[id, hotKey] : registered)
+        m_service.unregisterEventHotKey(hotKey.ref);
+    registered.clear();
     if (eventHandler) {
         m_service.removeEventHandler(*eventHandler);
         eventHandler.reset();
@@ -78,12 +76,12 @@ platform::OSStatus HotKeyManager::handleHotKeyEvent(void *, const platform::HotK
         return platform::noErr;
 
     auto *manager = static_cast<HotKeyManager *>(userData);
-    const auto found = manager->handlers.find(hotKeyID.id);
-    if (found == manager->handlers.end())
+    const auto found = manager->registered.find(hotKeyID.id);
+    if (found == manager->registered.end())
         return platform::noErr;
     // A copy: the action may unregister its own key, which would destroy the stored one
     // while it runs.
-    const std::function<void()> action = found->second;
+    const std::function<void()> action = found->second.onFire;
     if (action)
         action();
     return platform::noErr;

@@ -36,9 +36,15 @@ private:
     static platform::OSStatus handleHotKeyEvent(void *handlerCallRef,
                                                 const platform::HotKeyEvent *event, void *userData);
 
+    struct Registered
+    {
+        platform::EventHotKeyRef ref = nullptr;
+        std::function<void()> onFire;
+    };
+
     platform::HotKeyService &m_service;
-    std::unordered_map<std::uint32_t, std::function<void()>> handlers;
-    std::unordered_map<std::uint32_t, platform::EventHotKeyRef> hotKeyRefs;
+    // By id.
+    std::unordered_map<std::uint32_t, Registered> registered;
     std::optional<platform::EventHandlerRef> eventHandler;
     // Never reset, so an id is never reused within a process.
     std::uint32_t nextID = 1;

@@ -1,27 +1,18 @@
 #include "platform/Platform.h"
 
-#include <cstdlib>
 #include <utility>
 
 namespace pindle::platform {
-namespace {
 
-Services &installed()
+Services &services()
 {
     static Services backend;
     return backend;
 }
 
-} // namespace
-
-Services &services()
-{
-    return installed();
-}
-
 void setServices(Services backend)
 {
-    installed() = std::move(backend);
+    services() = std::move(backend);
 }
 
 } // namespace pindle::platform

@@ -47,6 +47,7 @@ CommandField::CommandField(QWidget *parent) : QLineEdit(parent)
     QPalette transparentBase = palette();
     transparentBase.setColor(QPalette::Base, Qt::transparent);
     setPalette(transparentBase);
+    setStyleSheet(QStringLiteral("QLineEdit { background: transparent; }"));
 }
 
 const QKeyEvent *CommandField::currentEvent()

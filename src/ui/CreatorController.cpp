@@ -28,9 +28,6 @@ CommandField *CreatorController::makeField(const QString &placeholder, int fontP
                                            const QColor &color)
 {
     auto *field = new CommandField;
-    field->setFrame(false);
-    field->setAttribute(Qt::WA_MacShowFocusRect, false);
-    field->setStyleSheet(QStringLiteral("QLineEdit { background: transparent; }"));
     QFont font = field->font();
     font.setPixelSize(fontPixels);
     field->setFont(font);
@@ -38,10 +35,7 @@ CommandField *CreatorController::makeField(const QString &placeholder, int fontP
     palette.setColor(QPalette::Text, color);
     field->setPalette(palette);
     field->setPlaceholderText(placeholder);
-    connect(field, &QLineEdit::textEdited, this, [this] { updateResults(); });
-    field->onCommand = [self = QPointer(this)](CommandField *edited, TextCommand command) {
-        return self && self->doCommand(edited, command);
-    };
+    attachField(field);
     return field;
 }
 
@@ -69,9 +63,7 @@ void CreatorController::buildFields(QWidget *header)
 
 void CreatorController::show(const QString &url)
 {
-    // The old list goes first, so a rescan of a large folder never holds two lists at once.
-    files.clear();
-    files = FileIndex::scan();
+    rescanFiles();
     m_nameField->clear();
     m_urlField->setText(Text::trimmedWhitespaceAndNewlines(url));
     updateResults();

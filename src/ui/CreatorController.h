@@ -34,7 +34,7 @@ private:
     CommandField *makeField(const QString &placeholder, int fontPixels, const QColor &color);
     void adoptName(qsizetype index);
     void attemptCreate();
-    bool doCommand(CommandField *field, TextCommand command);
+    bool doCommand(CommandField *field, TextCommand command) override;
 
     CommandField *m_nameField = nullptr;
     CommandField *m_urlField = nullptr;

@@ -45,10 +45,6 @@ void LauncherController::buildField(QWidget *header)
 {
     m_textField = new CommandField(header);
     m_textField->setObjectName(QStringLiteral("searchField"));
-    m_textField->setFrame(false);
-    m_textField->setAttribute(Qt::WA_MacShowFocusRect, false);
-    // Transparent so the panel's own background shows through.
-    m_textField->setStyleSheet(QStringLiteral("QLineEdit { background: transparent; }"));
     QFont font = m_textField->font();
     font.setPixelSize(fieldFontPixels);
     m_textField->setFont(font);
@@ -58,17 +54,12 @@ void LauncherController::buildField(QWidget *header)
     layout->setContentsMargins(fieldMargin, 0, fieldMargin, 0);
     layout->addWidget(m_textField, 0, Qt::AlignVCenter);
 
-    connect(m_textField, &QLineEdit::textEdited, this, [this] { updateResults(); });
-    m_textField->onCommand = [self = QPointer(this)](CommandField *field, TextCommand command) {
-        return self && self->doCommand(field, command);
-    };
+    attachField(m_textField);
 }
 
 void LauncherController::show()
 {
-    // The old list goes first, so a rescan of a large folder never holds two lists at once.
-    files.clear();
-    files = FileIndex::scan();
+    rescanFiles();
     m_textField->clear();
     updateResults();
     present();
@@ -122,9 +113,7 @@ void LauncherController::open(qsizetype index)
         return;
     const QUrl file = results[index].file.url;
     // No focus restore: the application that opens the file takes the focus.
-    PanelController::hide(false);
-    m_textField->clear();
-    updateResults();
+    hide(false);
     platform::services().workspace->openFile(file);
 }
 

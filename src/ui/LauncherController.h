@@ -30,7 +30,7 @@ public:
 private:
     void open(qsizetype index);
     void copyURL(qsizetype index);
-    bool doCommand(CommandField *field, TextCommand command);
+    bool doCommand(CommandField *field, TextCommand command) override;
 
     CommandField *m_textField = nullptr;
 };

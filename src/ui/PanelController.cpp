@@ -291,6 +291,27 @@ void PanelController::hide(bool restoringFocus)
 #endif
 }
 
+void PanelController::rescanFiles()
+{
+    // The old list goes first, so a rescan of a large folder never holds two lists at once.
+    files.clear();
+    m_icons.clear();
+    files = FileIndex::scan();
+}
+
+void PanelController::attachField(CommandField *field)
+{
+    connect(field, &QLineEdit::textEdited, this, [this] { updateResults(); });
+    field->onCommand = [self = QPointer(this)](CommandField *edited, TextCommand command) {
+        return self && self->doCommand(edited, command);
+    };
+}
+
+bool PanelController::doCommand(CommandField *, TextCommand)
+{
+    return false;
+}
+
 void PanelController::present()
 {
     FocusRestore::capture();
@@ -364,7 +385,7 @@ void PanelController::renderRows(const std::optional<QString> &message)
         const QPointer<PanelController> weak(this);
         for (qsizetype i = 0; i < results.size(); ++i) {
             auto *row = new ResultRowView(m_resultsStack);
-            row->configure(results[i]);
+            row->configure(results[i], iconFor(results[i].file));
             row->setSelected(i == selectedIndex);
             row->onClick = [weak, i] {
                 if (weak)
@@ -393,6 +414,15 @@ void PanelController::resizeWindow(qsizetype rowCount, bool hasContent)
         return;
     const double maxY = frame.y() + frame.height();
     m_panel->setFrame(QRectF(frame.x(), maxY - target, panelWidth, target), true);
+}
+
+const QIcon &PanelController::iconFor(const IndexedFile &file)
+{
+    const QString path = file.url.toLocalFile();
+    auto found = m_icons.constFind(path);
+    if (found == m_icons.constEnd())
+        found = m_icons.insert(path, platform::services().workspace->iconForFile(path));
+    return *found;
 }
 
 void PanelController::updateSelectionHighlight()

@@ -8,6 +8,8 @@
 #include "platform/Platform.h"
 #include "ui/CommandField.h"
 
+#include <QHash>
+#include <QIcon>
 #include <QList>
 #include <QObject>
 #include <QPointer>
@@ -95,6 +97,13 @@ public:
     void confirmDeleteSelection(QWidget *focusAfter);
 
 protected:
+    // Replaces the file list with a fresh scan of the folder, as every showing starts.
+    void rescanFiles();
+    // Hooks a mode's field up to it: user edits update the results and the field's commands go
+    // to doCommand.
+    void attachField(CommandField *field);
+    // True when the mode consumed the command; otherwise the field handles the key itself.
+    virtual bool doCommand(CommandField *field, TextCommand command);
     // The presentation steps every mode ends its showing with: capture the frontmost
     // application, place the panel, activate, make it key. The mode then focuses its field.
     void present();
@@ -110,12 +119,16 @@ private:
     void resizeWindow(qsizetype rowCount, bool hasContent);
     void deleteFile(const IndexedFile &file, qsizetype wasAt);
     void windowDidResignKey();
+    const QIcon &iconFor(const IndexedFile &file);
 
     KeyablePanel *m_panel = nullptr;
     QFrame *m_separator = nullptr;
     QWidget *m_resultsStack = nullptr;
     QVBoxLayout *m_resultsLayout = nullptr;
     QLabel *m_messageLabel = nullptr;
+    // The workspace's icons for the files listed since the last scan, by path: typing renders
+    // the rows again and again, and each lookup goes to the disk.
+    QHash<QString, QIcon> m_icons;
     double m_headerHeight = 0;
     bool m_isConfirming = false;
     bool m_isOrderingOut = false;

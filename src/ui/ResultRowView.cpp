@@ -231,8 +231,13 @@ ResultRowView::ResultRowView(QWidget *parent) : QWidget(parent)
 
 void ResultRowView::configure(const ScoredFile &result)
 {
+    configure(result, platform::services().workspace->iconForFile(result.file.url.toLocalFile()));
+}
+
+void ResultRowView::configure(const ScoredFile &result, const QIcon &icon)
+{
     const IndexedFile &file = result.file;
-    m_iconView->setIcon(platform::services().workspace->iconForFile(file.url.toLocalFile()));
+    m_iconView->setIcon(icon);
     m_titleLabel->setTitle(file.displayName, matchedRanges(file.displayName, result.positions));
     const QString subtitle = ShortcutURL::subtitle(file.url);
     m_subtitleLabel->setText(subtitle);

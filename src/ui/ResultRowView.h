@@ -6,6 +6,7 @@
 
 #include "core/FileIndex.h"
 
+#include <QIcon>
 #include <QList>
 #include <QTextLayout>
 #include <QWidget>
@@ -32,7 +33,10 @@ public:
 
     explicit ResultRowView(QWidget *parent = nullptr);
 
+    // Shows the result with the workspace's icon for its file.
     void configure(const ScoredFile &result);
+    // Shows the result with an icon the caller already has for its file.
+    void configure(const ScoredFile &result, const QIcon &icon);
 
     bool isSelected() const { return m_isSelected; }
     void setSelected(bool selected);

@@ -4,6 +4,7 @@
 #include <QGuiApplication>
 #include <QHash>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -30,15 +31,21 @@ xcb_connection_t *connection()
     return x11 != nullptr ? x11->connection() : nullptr;
 }
 
-xcb_window_t rootWindow(xcb_connection_t *c)
+int screenNumber(xcb_connection_t *c)
 {
-    int screenNumber = 0;
+    int number = 0;
     char *host = nullptr;
     int display = 0;
-    if (xcb_parse_display(nullptr, &host, &display, &screenNumber) != 0)
+    if (xcb_parse_display(nullptr, &host, &display, &number) != 0)
         std::free(host);
+    const int count = xcb_setup_roots_length(xcb_get_setup(c));
+    return std::clamp(number, 0, std::max(count - 1, 0));
+}
+
+xcb_window_t rootWindow(xcb_connection_t *c)
+{
     xcb_screen_iterator_t it = xcb_setup_roots_iterator(xcb_get_setup(c));
-    for (int i = 0; i < screenNumber && it.rem > 1; ++i)
+    for (int i = screenNumber(c); i > 0; --i)
         xcb_screen_next(&it);
     return it.data != nullptr ? it.data->root : xcb_window_t{XCB_WINDOW_NONE};
 }

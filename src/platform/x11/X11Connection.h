@@ -12,7 +12,10 @@ namespace pindle::platform::x11 {
 // Qt's connection; nullptr when Qt runs on another platform or the application object is gone
 // (so services outliving it never touch a closed connection).
 xcb_connection_t *connection();
-// The root window of the screen Qt opened.
+// The number of the screen Qt opened: the one DISPLAY names, or the last one when the server
+// has fewer.
+int screenNumber(xcb_connection_t *c);
+// The root window of that screen.
 xcb_window_t rootWindow(xcb_connection_t *c);
 // Interned once per name; XCB_ATOM_NONE when the server does not answer.
 xcb_atom_t atom(xcb_connection_t *c, const char *name);

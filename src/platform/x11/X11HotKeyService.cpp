@@ -112,7 +112,7 @@ OSStatus X11HotKeyService::registerEventHotKey(std::uint32_t keyCode, std::uint3
     }
 
     HotKey hotKey{.keysym = keysym, .carbonModifiers = modifiers, .id = id, .grabs = {}};
-    if (!grab(c, hotKey))
+    if (!grab(c, hotKey, wantedGrabs(c, hotKey)))
         return eventHotKeyExistsErr;
     const std::uintptr_t ref = m_nextRef++;
     m_hotKeys.emplace(ref, hotKey);
@@ -190,24 +190,21 @@ QList<X11HotKeyService::GrabbedKey> X11HotKeyService::wantedGrabs(xcb_connection
                                                                   const HotKey &hotKey)
 {
     QList<GrabbedKey> wanted;
-    const std::optional<std::uint16_t> modifiers = xModifiers(hotKey.carbonModifiers);
-    if (!modifiers)
-        return wanted;
+    const std::uint16_t modifiers = xModifiers(c, hotKey.carbonModifiers);
     const std::uint16_t numLock = modifierBits(c).numLock;
     QList<std::uint16_t> variants = {0, XCB_MOD_MASK_LOCK};
     if (numLock != 0)
         variants << numLock << static_cast<std::uint16_t>(numLock | XCB_MOD_MASK_LOCK);
     for (const xcb_keycode_t keycode : keycodesFor(c, hotKey.keysym)) {
         for (const std::uint16_t variant : std::as_const(variants))
-            wanted << GrabbedKey{keycode, static_cast<std::uint16_t>(*modifiers | variant)};
+            wanted << GrabbedKey{keycode, static_cast<std::uint16_t>(modifiers | variant)};
     }
     return wanted;
 }
 
-bool X11HotKeyService::grab(xcb_connection_t *c, HotKey &hotKey)
+bool X11HotKeyService::grab(xcb_connection_t *c, HotKey &hotKey, QList<GrabbedKey> wanted)
 {
     hotKey.grabs.clear();
-    const QList<GrabbedKey> wanted = wantedGrabs(c, hotKey);
     if (wanted.isEmpty())
         return false;
 
@@ -231,7 +228,7 @@ bool X11HotKeyService::grab(xcb_connection_t *c, HotKey &hotKey)
         xcb_flush(c);
         return false;
     }
-    hotKey.grabs = wanted;
+    hotKey.grabs = std::move(wanted);
     return true;
 }
 
@@ -243,11 +240,8 @@ void X11HotKeyService::ungrab(xcb_connection_t *c, HotKey &hotKey)
     hotKey.isHeld = false;
 }
 
-std::optional<std::uint16_t> X11HotKeyService::xModifiers(std::uint32_t carbonModifiers)
+std::uint16_t X11HotKeyService::xModifiers(xcb_connection_t *c, std::uint32_t carbonModifiers)
 {
-    xcb_connection_t *c = connection();
-    if (c == nullptr || (carbonModifiers & ~supportedCarbonModifiers) != 0)
-        return std::nullopt;
     const Modifiers &bits = modifierBits(c);
     std::uint16_t result = 0;
     if ((carbonModifiers & cmdKey) != 0)
@@ -334,23 +328,20 @@ void X11HotKeyService::regrabAll()
     xcb_connection_t *c = connection();
     if (c == nullptr)
         return;
+    // keyboardMappingChanged already dropped the key symbols; the modifier bits follow them.
     m_modifiers.reset();
-    if (m_keySymbols != nullptr) {
-        xcb_key_symbols_free(m_keySymbols);
-        m_keySymbols = nullptr;
-    }
     // Most notifications leave our keys where they were: touching those grabs would drop a
     // press that arrives in between.
-    std::vector<HotKey *> moved;
+    std::vector<std::pair<HotKey *, QList<GrabbedKey>>> moved;
     for (auto &[ref, hotKey] : m_hotKeys) {
-        if (wantedGrabs(c, hotKey) != hotKey.grabs)
-            moved.push_back(&hotKey);
+        if (QList<GrabbedKey> wanted = wantedGrabs(c, hotKey); wanted != hotKey.grabs)
+            moved.emplace_back(&hotKey, std::move(wanted));
     }
-    for (HotKey *hotKey : moved)
+    for (const auto &[hotKey, wanted] : moved)
         ungrab(c, *hotKey);
     // A combination another client took meanwhile stays inactive until the next change.
-    for (HotKey *hotKey : moved)
-        grab(c, *hotKey);
+    for (auto &[hotKey, wanted] : moved)
+        grab(c, *hotKey, std::move(wanted));
     xcb_flush(c);
 }
 

@@ -68,9 +68,11 @@ private:
 
     // Every lock-key variant of the combination on every key that makes its keysym now.
     QList<GrabbedKey> wantedGrabs(xcb_connection_t *c, const HotKey &hotKey);
-    bool grab(xcb_connection_t *c, HotKey &hotKey);
+    // Takes the wanted grabs, all or none; false when none could be taken.
+    bool grab(xcb_connection_t *c, HotKey &hotKey, QList<GrabbedKey> wanted);
     void ungrab(xcb_connection_t *c, HotKey &hotKey);
-    std::optional<std::uint16_t> xModifiers(std::uint32_t carbonModifiers);
+    // The core modifier mask of a combination registerEventHotKey has accepted.
+    std::uint16_t xModifiers(xcb_connection_t *c, std::uint32_t carbonModifiers);
     QList<xcb_keycode_t> keycodesFor(xcb_connection_t *c, std::uint32_t keysym);
     const Modifiers &modifierBits(xcb_connection_t *c);
     void keyboardMappingChanged();

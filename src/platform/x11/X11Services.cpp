@@ -121,14 +121,7 @@ bool X11Application::isCompositing()
     xcb_connection_t *c = connection();
     if (c == nullptr)
         return false;
-    const xcb_window_t root = rootWindow(c);
-    int screen = 0;
-    for (auto it = xcb_setup_roots_iterator(xcb_get_setup(c)); it.rem > 0;
-         xcb_screen_next(&it), ++screen) {
-        if (it.data->root == root)
-            break;
-    }
-    const QByteArray name = "_NET_WM_CM_S" + QByteArray::number(screen);
+    const QByteArray name = "_NET_WM_CM_S" + QByteArray::number(screenNumber(c));
     const xcb_atom_t selection = atom(c, name.constData());
     if (selection == XCB_ATOM_NONE)
         return false;
