@@ -1,19 +1,27 @@
-# Shared by scripts/run and scripts/test: the Debian packages Pindle needs, installed when
+# Shared by the scripts: the Debian packages Pindle needs, installed when
 # missing, and the CMake configure + build. Sourced, not run.
 
-# Build: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb. Tests: GoogleTest, the X server, the
-# window manager, key presses, the clipboard, a terminal to take focus from (xterm needs the core
-# fonts of xfonts-base), fonts for Qt. Recommended packages are installed too, as a desktop has
-# them.
-# Fuzzing: clang with its libFuzzer runtime.
-PINDLE_PACKAGES=(
+# What building and running Pindle needs: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb, and
+# the MIME database tools. Recommended packages are installed too, as a desktop has them.
+PINDLE_BUILD_PACKAGES=(
     g++ cmake ninja-build pkg-config
     qt6-base-dev qt6-qpa-plugins libqt6opengl6-dev libicu-dev libplist-dev
     libxcb1-dev libxcb-keysyms1-dev shared-mime-info
-    googletest libgtest-dev
-    xvfb xauth openbox xdotool xclip xterm xfonts-base x11-utils fonts-dejavu-core
-    clang libclang-rt-14-dev
 )
+# What the end-to-end tests need beside the program: the X server, the window manager, key
+# presses, the clipboard, a terminal to take focus from (xterm needs the core fonts of
+# xfonts-base), fonts for Qt. Also installed into the Debian 13 system that CI tests the package in.
+PINDLE_E2E_PACKAGES=(
+    xvfb xauth openbox xdotool xclip xterm xfonts-base x11-utils fonts-dejavu-core
+)
+# The rest of the tests: GoogleTest, the desktop-entry and AppStream validators, and the
+# packaging tools that scripts/package and its checks use.
+PINDLE_TEST_PACKAGES=(
+    googletest libgtest-dev desktop-file-utils appstream
+    "${PINDLE_E2E_PACKAGES[@]}"
+)
+# Fuzzing: clang with its libFuzzer runtime.
+PINDLE_FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 
 pindle_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
@@ -37,10 +45,15 @@ pindle_ensure_packages() {
     apt-get install -y -qq "${missing[@]}"
 }
 
-# pindle_build DIR [cmake options...]: configures once, then builds incrementally.
+# pindle_build DIR [--target TARGET] [cmake options...]: configures once, then builds (all, or
+# TARGET) incrementally.
 pindle_build() {
-    local dir=$1
+    local dir=$1 target=()
     shift
+    if [ "${1:-}" = --target ]; then
+        target=(--target "$2")
+        shift 2
+    fi
     # Configured again when the options asked for change, so that an existing build folder
     # follows what this script asks of it.
     local options="$*"
@@ -48,5 +61,5 @@ pindle_build() {
         cmake -S "$pindle_root" -B "$dir" -G Ninja "$@"
         printf '%s' "$options" >"$dir/.pindle-options"
     fi
-    cmake --build "$dir"
+    cmake --build "$dir" "${target[@]}"
 }
