@@ -557,7 +557,8 @@ QList<ScoredFile> matching(const QString &url, const QList<IndexedFile> &files, 
             return true;
         const bool isAscii =
             std::all_of(target.cbegin(), target.cend(), [](QChar c) { return c.unicode() < 0x80; });
-        return isAscii ? target == decomposedUrl : Unicode::decomposed(QStringView(target)) == decomposedUrl;
+        return isAscii ? target == decomposedUrl
+                       : Unicode::decomposed(QStringView(target)) == decomposedUrl;
     };
     QList<ScoredFile> results;
     // Every target is read, also after the last kept one, so that all of them are cached.

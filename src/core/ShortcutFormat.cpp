@@ -206,7 +206,8 @@ namespace {
 template <typename FromMemory>
 void parsePlist(FromMemory fromMemory, QByteArrayView bytes, plist_t *parsed)
 {
-    if constexpr (std::is_invocable_v<FromMemory, const char *, uint32_t, plist_t *, std::nullptr_t>)
+    if constexpr (std::is_invocable_v<FromMemory, const char *, uint32_t, plist_t *,
+                                      std::nullptr_t>)
         fromMemory(bytes.data(), uint32_t(bytes.size()), parsed, nullptr);
     else
         fromMemory(bytes.data(), uint32_t(bytes.size()), parsed);
