@@ -111,6 +111,8 @@ public:
     QStringList calls;
     QString registeredAppId;
     QList<Shortcut> asked;
+    // Offered with the session, which is how Plasma 5.27 binds them.
+    QList<Shortcut> offeredWithSession;
     QString session;
 
     QString introspect(const QString &) const override { return {}; }
@@ -144,6 +146,8 @@ public:
                 QStringLiteral("/session/%1/%2")
                     .arg(sender, options.value(QStringLiteral("session_handle_token")).toString());
             results.insert(QStringLiteral("session_handle"), session);
+            offeredWithSession =
+                qdbus_cast<QList<Shortcut>>(options.value(QStringLiteral("shortcuts")));
         } else if (method == u"ListShortcuts") {
             results.insert(QStringLiteral("shortcuts"), QVariant::fromValue(remembered));
         } else if (method == u"BindShortcuts") {
@@ -241,6 +245,7 @@ TEST_F(PortalShortcuts, asksForBothKeysInOneBindAfterRegisteringAndDeliversPress
               (QStringList{QStringLiteral("Register"), QStringLiteral("CreateSession"),
                            QStringLiteral("ListShortcuts"), QStringLiteral("BindShortcuts")}));
     EXPECT_EQ(portal.registeredAppId, appId);
+    EXPECT_EQ(portal.offeredWithSession.size(), 2);
     ASSERT_EQ(portal.asked.size(), 2);
     for (const Shortcut &shortcut : std::as_const(portal.asked)) {
         const bool isLauncher = shortcut.id == u"launcher";
