@@ -12,7 +12,7 @@ source "$(dirname "$0")/../scripts/lib/common.sh"
 runs=${1:-30}
 build="${PINDLE_BENCH_BUILD:-$pindle_root/build/release}"
 
-pindle_ensure_packages "${PINDLE_PACKAGES[@]}"
+pindle_ensure_packages "${PINDLE_BUILD_PACKAGES[@]}" "${PINDLE_E2E_PACKAGES[@]}"
 if [ -n "${PINDLE_BENCH_BUILD:-}" ]; then
     # A build folder of the caller's: built as it is configured.
     cmake --build "$build" --target pindle

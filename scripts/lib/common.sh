@@ -14,10 +14,10 @@ PINDLE_BUILD_PACKAGES=(
 PINDLE_E2E_PACKAGES=(
     xvfb xauth openbox xdotool xclip xterm xfonts-base x11-utils fonts-dejavu-core
 )
-# The rest of the tests: GoogleTest, and the desktop-entry, AppStream and manual page checks of
-# the installed tree.
+# The rest of the tests: GoogleTest, a private D-Bus for the portal client's tests, and the
+# desktop-entry, AppStream and manual page checks of the installed tree.
 PINDLE_TEST_PACKAGES=(
-    googletest libgtest-dev desktop-file-utils appstream man-db
+    googletest libgtest-dev dbus-daemon desktop-file-utils appstream man-db
     "${PINDLE_E2E_PACKAGES[@]}"
 )
 # Fuzzing: clang with its libFuzzer runtime.

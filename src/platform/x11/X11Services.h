@@ -1,27 +1,16 @@
 #pragma once
 
 // The X11 backend: hot keys as key grabs, focus through EWMH, and Qt for the rest.
-//
-//     if (auto ready = pindle::platform::x11::prepareDisplay(); !ready) {
-//         std::fprintf(stderr, "pindle: %s\n", qPrintable(ready.error()));
-//         return 1;
-//     }
-//     QApplication app(argc, argv);
-//     QString error;
-//     auto backend = pindle::platform::x11::createX11Services(&error);
-//     if (!backend) { ...print error, return 1... }
-//     pindle::platform::setServices(std::move(*backend));
 
 #include "platform/Platform.h"
+#include "platform/QtServices.h"
 
 #include <expected>
 
 namespace pindle::platform::x11 {
 
-// Call before constructing the application object: Qt aborts when it cannot reach the display,
-// so check first. Selects Qt's xcb platform unless QT_QPA_PLATFORM says otherwise. On failure,
-// a one-line message naming DISPLAY (without a program name); the caller exits with status 1.
-std::expected<void, QString> prepareDisplay();
+// Whether the X display DISPLAY names accepts a connection; the reason when it does not.
+std::expected<void, QString> displayReachable();
 
 // Needs a QGuiApplication running on Qt's xcb platform; otherwise nothing, with the reason in
 // *error. Once the application object is gone the services do nothing, so their destruction
@@ -29,11 +18,11 @@ std::expected<void, QString> prepareDisplay();
 // with exit status 1.
 std::optional<Services> createX11Services(QString *error = nullptr);
 
-class X11Application final : public Application
+class X11Application final : public QtApplication
 {
 public:
-    // Nothing to do: X11 has no dock, and panels keep out of task bars as tool windows.
-    void setActivationPolicy(ActivationPolicy) override {}
+    // Whether it composites is asked each time: a compositing manager may come and go.
+    X11Application() : QtApplication(false) {}
     // Activates the window that has or last had the focus, if it is still shown; a window
     // about to be shown is activated by makeKeyAndOrderFront.
     void activateIgnoringOtherApps() override;
