@@ -86,6 +86,22 @@ void AppDelegate::applicationWillTerminate()
     m_hotKey.unregisterAll();
 }
 
+void AppDelegate::toggle(Panel panel)
+{
+    if (!m_launcher)
+        return;
+    if (panel == Panel::creator)
+        toggleCreator();
+    else
+        toggleLauncher();
+}
+
+void AppDelegate::showLauncher()
+{
+    if (m_launcher && !m_launcher->isVisible())
+        m_launcher->show();
+}
+
 void AppDelegate::toggleLauncher()
 {
     if (m_launcher->isVisible())
@@ -100,11 +116,19 @@ void AppDelegate::toggleCreator()
         m_creator->hide(true);
         return;
     }
-    const std::optional<QString> text = platform::services().pasteboard->string();
-    // Anything but a web address leaves the key without effect: no panel, no sound.
-    if (!text || !isWebAddress(*text))
+    // A press while the clipboard's owner is still answering adds nothing to that read.
+    if (m_isReadingClipboard)
         return;
-    m_creator->show(*text);
+    m_isReadingClipboard = true;
+    const QPointer<AppDelegate> self(this);
+    platform::services().pasteboard->requestString([self](std::optional<QString> text) {
+        if (!self)
+            return;
+        self->m_isReadingClipboard = false;
+        // Anything but a web address leaves the key without effect: no panel, no sound.
+        if (text && isWebAddress(*text))
+            self->m_creator->show(*text);
+    });
 }
 
 void AppDelegate::warnHotKeysUnavailable(const QStringList &names)

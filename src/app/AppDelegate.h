@@ -3,6 +3,7 @@
 // The application shell: builds the two panels once, registers Alt+U and Alt+I to toggle them,
 // warns once at start-up about keys another program holds, and lets the keys go at the end.
 
+#include "app/CommandLine.h"
 #include "platform/HotKeyManager.h"
 #include "ui/CreatorController.h"
 #include "ui/LauncherController.h"
@@ -25,6 +26,11 @@ public:
     void applicationDidFinishLaunching();
     void applicationWillTerminate();
 
+    // What the hot keys do, also asked for from the command line; nothing before launching.
+    void toggle(Panel panel);
+    // Shows the launcher unless it is already up.
+    void showLauncher();
+
     // Null until applicationDidFinishLaunching().
     ui::LauncherController *launcher() const { return m_launcher.get(); }
     ui::CreatorController *creator() const { return m_creator.get(); }
@@ -36,6 +42,7 @@ private:
 
     std::unique_ptr<ui::LauncherController> m_launcher;
     std::unique_ptr<ui::CreatorController> m_creator;
+    bool m_isReadingClipboard = false;
     // Declared last so the keys are let go before the panels they toggle are destroyed.
     HotKeyManager m_hotKey;
 };

@@ -159,6 +159,57 @@ TEST_F(DelegateToggles, AltIKeepsTheAddressAsCopiedButTrimmed)
     EXPECT_EQ(fakes.focus->activated.size(), 1);
 }
 
+TEST_F(DelegateToggles, AltIWaitsForTheClipboardWithoutHoldingUpTheLauncher)
+{
+    launch();
+    fakes.pasteboard->holdAnswers = true;
+    fakes.pasteboard->text = QStringLiteral("https://example.com/slow");
+    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    EXPECT_EQ(fakes.pasteboard->requests, 1) << "a press while the owner answers asks again";
+    EXPECT_FALSE(delegate->creator()->isVisible());
+
+    ASSERT_TRUE(fakes.hotKeys->press(keyU, option));
+    EXPECT_TRUE(delegate->launcher()->isVisible());
+    ASSERT_TRUE(fakes.hotKeys->press(keyU, option));
+    EXPECT_FALSE(delegate->launcher()->isVisible());
+
+    fakes.pasteboard->answer();
+    ASSERT_TRUE(delegate->creator()->isVisible());
+    EXPECT_EQ(delegate->creator()->urlField()->text(), QStringLiteral("https://example.com/slow"));
+    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    EXPECT_FALSE(delegate->creator()->isVisible());
+
+    // An owner that never answers ends as no text: nothing opens, and the next press asks anew.
+    fakes.pasteboard->text.reset();
+    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    fakes.pasteboard->answer();
+    EXPECT_FALSE(delegate->creator()->isVisible());
+    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    EXPECT_EQ(fakes.pasteboard->requests, 3);
+}
+
+TEST_F(DelegateToggles, RequestsFromTheCommandLineActAsTheKeysOnceLaunched)
+{
+    delegate = std::make_unique<app::AppDelegate>();
+    delegate->toggle(app::Panel::launcher);
+    delegate->showLauncher();
+    EXPECT_EQ(fakes.pasteboard->requests, 0);
+    delegate->applicationDidFinishLaunching();
+
+    delegate->showLauncher();
+    delegate->showLauncher();
+    EXPECT_TRUE(delegate->launcher()->isVisible()) << "showing twice must not toggle it away";
+    delegate->toggle(app::Panel::launcher);
+    EXPECT_FALSE(delegate->launcher()->isVisible());
+
+    fakes.pasteboard->text = QStringLiteral("https://example.com/");
+    delegate->toggle(app::Panel::creator);
+    EXPECT_TRUE(delegate->creator()->isVisible());
+    delegate->toggle(app::Panel::creator);
+    EXPECT_FALSE(delegate->creator()->isVisible());
+}
+
 TEST_F(DelegateTerminating, LetsGoOfBothKeys)
 {
     launch();
