@@ -38,6 +38,7 @@ public:
 private:
     void toggleLauncher();
     void toggleCreator();
+    void openCreatorThenReadClipboard();
     void warnHotKeysUnavailable(const QStringList &names);
 
     std::unique_ptr<ui::LauncherController> m_launcher;

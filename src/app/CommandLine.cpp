@@ -24,16 +24,18 @@ std::expected<Panel, QString> panelNamed(const QString &name)
 
 std::expected<CommandLine, QString> parseCommandLine(const QStringList &arguments)
 {
-    CommandLine result;
-    bool toggleSeen = false;
-    for (qsizetype i = 0; i < arguments.size(); ++i) {
-        const QString &argument = arguments[i];
-        // Help and version win over anything else given, so that they always answer.
+    // Help and version win over anything else given, right or wrong, so that they always answer.
+    for (const QString &argument : arguments) {
         if (argument == QLatin1String("--help") || argument == QLatin1String("-h"))
             return CommandLine{.action = CommandLine::Action::help};
         if (argument == QLatin1String("--version"))
             return CommandLine{.action = CommandLine::Action::version};
+    }
 
+    CommandLine result;
+    bool toggleSeen = false;
+    for (qsizetype i = 0; i < arguments.size(); ++i) {
+        const QString &argument = arguments[i];
         QString panel;
         if (argument == toggleOption) {
             if (i + 1 == arguments.size())

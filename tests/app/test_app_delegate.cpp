@@ -189,6 +189,51 @@ TEST_F(DelegateToggles, AltIWaitsForTheClipboardWithoutHoldingUpTheLauncher)
     EXPECT_EQ(fakes.pasteboard->requests, 3);
 }
 
+// Where only a focused window sees the clipboard, the creator opens first and reads it once the
+// compositor has given it the focus; without a web address it closes again at once.
+TEST_F(DelegateToggles, AltIReadsAClipboardOnlyAFocusedWindowSeesOnceTheCreatorHasTheFocus)
+{
+    launch();
+    fakes.pasteboard->readableWithoutFocus = false;
+    const auto focusCreator = [this] {
+        QEvent activate(QEvent::WindowActivate);
+        QCoreApplication::sendEvent(delegate->creator()->panel(), &activate);
+    };
+
+    fakes.pasteboard->text = QStringLiteral(" https://example.com/focused\n");
+    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    ASSERT_TRUE(delegate->creator()->isVisible());
+    EXPECT_EQ(fakes.pasteboard->requests, 0) << "read before the creator had the focus";
+    focusCreator();
+    EXPECT_EQ(fakes.pasteboard->requests, 1);
+    EXPECT_TRUE(delegate->creator()->isVisible());
+    EXPECT_EQ(delegate->creator()->urlField()->text(),
+              QStringLiteral("https://example.com/focused"));
+    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    EXPECT_FALSE(delegate->creator()->isVisible());
+
+    fakes.pasteboard->text = QStringLiteral("not an address");
+    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    focusCreator();
+    EXPECT_FALSE(delegate->creator()->isVisible());
+    EXPECT_EQ(fakes.focus->activated.size(), 2) << "the focus goes back each time";
+
+    // A compositor that never gives the focus: the creator does not stay up, and the clipboard
+    // is never read.
+    class NoFocus final : public QObject
+    {
+        bool eventFilter(QObject *, QEvent *event) override
+        {
+            return event->type() == QEvent::WindowActivate;
+        }
+    } noFocus;
+    qApp->installEventFilter(&noFocus);
+    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    ASSERT_TRUE(delegate->creator()->isVisible());
+    EXPECT_TRUE(QTest::qWaitFor([this] { return !delegate->creator()->isVisible(); }, 5000));
+    EXPECT_EQ(fakes.pasteboard->requests, 2);
+}
+
 TEST_F(DelegateToggles, RequestsFromTheCommandLineActAsTheKeysOnceLaunched)
 {
     delegate = std::make_unique<app::AppDelegate>();
