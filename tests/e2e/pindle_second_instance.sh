@@ -9,7 +9,7 @@ pindle_webloc Docs https://docs.example.com/
 pindle_start
 first=$PINDLE_PID
 
-"$PINDLE_BIN" >"$E2E_TMP/second.out" 2>"$E2E_TMP/second.err" </dev/null
+timeout 20 "$PINDLE_BIN" >"$E2E_TMP/second.out" 2>"$E2E_TMP/second.err" </dev/null
 status=$?
 e2e_check "the second pindle exits 0 (was $status)" test "$status" -eq 0
 said=$(cat "$E2E_TMP/second.out" "$E2E_TMP/second.err")

@@ -26,7 +26,8 @@ toggle() {
 
 toggle launcher
 e2e_check "the running Pindle shows its launcher, focused" e2e_wait_for 5 pindle_is_active
-e2e_check "the command did not start another" test "$(pgrep -c -x "$(basename "$PINDLE_BIN")")" -eq 1
+e2e_check "the command did not start another" \
+    test "$(e2e_bus_name_owner org.pindle.Pindle)" = "$PINDLE_PID"
 xdotool type --delay 40 "Doc"
 xdotool key Return
 e2e_check "typing goes to the launcher: Return opens the shortcut" \
