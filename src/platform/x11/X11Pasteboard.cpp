@@ -47,6 +47,7 @@ void X11Pasteboard::requestString(StringHandler done)
         return;
     }
     m_received.clear();
+    m_isLatin1 = false;
     m_deadline.start(m_timeout);
     convert(atom(m_connection, "UTF8_STRING"));
 }
@@ -130,8 +131,10 @@ void X11Pasteboard::handle(const xcb_generic_event_t *event)
             m_stage = Stage::incremental; // deleting the property asked for the first part
             return;
         }
-        if (value && !value->isEmpty())
+        if (value && !value->isEmpty()) {
+            m_isLatin1 = type == XCB_ATOM_STRING;
             appendPart(*value);
+        }
         if (m_stage != Stage::idle)
             appendPart({});
         return;
@@ -142,9 +145,11 @@ void X11Pasteboard::handle(const xcb_generic_event_t *event)
             notify->atom != property || notify->state != XCB_PROPERTY_NEW_VALUE)
             return;
         xcb_atom_t type = XCB_ATOM_NONE;
-        if (const std::optional<QByteArray> part = takeProperty(&type))
+        if (const std::optional<QByteArray> part = takeProperty(&type)) {
+            if (!part->isEmpty())
+                m_isLatin1 = type == XCB_ATOM_STRING;
             appendPart(*part);
-        else
+        } else
             finish(std::nullopt);
         return;
     }
@@ -184,9 +189,9 @@ void X11Pasteboard::appendPart(const QByteArray &part)
     if (m_stage == Stage::idle)
         return;
     if (part.isEmpty()) {
-        // An empty part ends the text, in one piece or in many.
-        finish(m_target == XCB_ATOM_STRING ? QString::fromLatin1(m_received)
-                                           : QString::fromUtf8(m_received));
+        // An empty part ends the text, in one piece or in many. Owners answer with the type they
+        // have, whatever was asked for: STRING is Latin-1, anything else is taken as UTF-8.
+        finish(m_isLatin1 ? QString::fromLatin1(m_received) : QString::fromUtf8(m_received));
         return;
     }
     if (m_received.size() + part.size() > maxTextBytes) {

@@ -60,6 +60,7 @@ private:
     Stage m_stage = Stage::idle;
     xcb_atom_t m_target = XCB_ATOM_NONE;
     QByteArray m_received;
+    bool m_isLatin1 = false;
     QList<StringHandler> m_waiting;
 };
 
