@@ -24,13 +24,6 @@ void printLine(std::FILE *stream, const QString &text)
     std::fprintf(stream, "pindle: %s\n", qPrintable(text));
 }
 
-// Passes the request to the Pindle that owns the session's name.
-std::expected<void, QString> handOver(const CommandLine &command)
-{
-    return command.action == CommandLine::Action::toggle ? pindle::app::requestToggle(command.panel)
-                                                         : pindle::app::requestShowLauncher();
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -85,29 +78,8 @@ int main(int argc, char **argv)
         if (command.action == CommandLine::Action::toggle)
             delegate->toggle(command.panel);
     });
-    // Another Pindle may have ended between losing the name to it and asking it: ask again.
-    constexpr int claimAttempts = 3;
-    for (int attempt = 1;; ++attempt) {
-        const auto claim = session.claim();
-        if (claim == pindle::app::SessionService::Claim::owned)
-            break;
-        if (claim == pindle::app::SessionService::Claim::noSessionBus) {
-            printLine(stderr, QStringLiteral(
-                                  "no session D-Bus; running without checking for another Pindle"));
-            break;
-        }
-        const std::expected<void, QString> handed = handOver(*command);
-        if (handed) {
-            if (command->action == CommandLine::Action::run)
-                printLine(stdout,
-                          QStringLiteral("Pindle is already running; showing its launcher"));
-            return 0;
-        }
-        if (attempt == claimAttempts) {
-            printLine(stderr, handed.error());
-            return 1;
-        }
-    }
+    if (const std::optional<int> status = pindle::app::claimOrHandOver(session, *command))
+        return *status;
 
     QString error;
     std::optional<pindle::platform::Services> backend =
