@@ -9,7 +9,7 @@
 PINDLE_PACKAGES=(
     g++ cmake ninja-build pkg-config
     qt6-base-dev qt6-qpa-plugins libqt6opengl6-dev libicu-dev libplist-dev
-    libxcb1-dev libxcb-keysyms1-dev shared-mime-info
+    libxcb1-dev libxcb-keysyms1-dev shared-mime-info dbus-daemon
     googletest libgtest-dev
     xvfb xauth openbox xdotool xclip xterm xfonts-base x11-utils fonts-dejavu-core
     dbus-daemon dbus-bin

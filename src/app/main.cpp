@@ -1,13 +1,13 @@
 // Pindle's entry point: reads the command line (help and version need no display), checks for
-// an X display, starts Qt with no main window, becomes the session's one Pindle or hands over to
-// the one already running, installs the X11 desktop services, and hands everything else to the
-// AppDelegate once the event loop runs.
+// a display, starts Qt with no main window, becomes the session's one Pindle or hands over to the
+// one already running, installs the desktop services for the window system Qt runs on, and hands
+// everything else to the AppDelegate once the event loop runs.
 
 #include "app/AppDelegate.h"
 #include "app/CommandLine.h"
 #include "app/SessionService.h"
 #include "app/TerminationSignals.h"
-#include "platform/x11/X11Services.h"
+#include "platform/Platform.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -45,7 +45,7 @@ int main(int argc, char **argv)
         return 0;
     }
 
-    if (auto ready = pindle::platform::x11::prepareDisplay(); !ready) {
+    if (auto ready = pindle::platform::checkDisplay(); !ready) {
         printLine(stderr, ready.error());
         return 1;
     }
@@ -53,6 +53,7 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("pindle"));
     QApplication::setApplicationDisplayName(QStringLiteral("Pindle"));
+    // Desktops remember the keys they gave Pindle under this id.
     QApplication::setDesktopFileName(QString::fromLatin1(pindle::app::applicationId));
     // Panels come and go; the program lives on in the background with none shown.
     QApplication::setQuitOnLastWindowClosed(false);
@@ -81,14 +82,7 @@ int main(int argc, char **argv)
     if (const std::optional<int> status = pindle::app::claimOrHandOver(session, *command))
         return *status;
 
-    QString error;
-    std::optional<pindle::platform::Services> backend =
-        pindle::platform::x11::createX11Services(&error);
-    if (!backend) {
-        printLine(stderr, error);
-        return 1;
-    }
-    pindle::platform::setServices(std::move(*backend));
+    pindle::platform::setServices(pindle::platform::createServices());
     delegate = std::make_unique<pindle::app::AppDelegate>();
 
     pindle::app::TerminationSignals signals;

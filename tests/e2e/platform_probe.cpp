@@ -116,9 +116,9 @@ private:
         const QString command = words.value(0), arg1 = words.value(1), arg2 = words.value(2);
         platform::Services &services = platform::services();
         xcb_connection_t *c = platform::x11::connection();
-        if (command == u"register") { // register KEYCODE MODIFIERS NAME
-            const QString name = words.value(3);
-            const bool ok = m_hotKeys.registerHotKey(arg1.toUInt(), arg2.toUInt(),
+        if (command == u"register") { // register KEYS NAME, the keys as "Alt+U"
+            const QString name = arg2;
+            const bool ok = m_hotKeys.registerHotKey(name, name, QKeySequence::fromString(arg1),
                                                      [name] { say(u"fired "_qs + name); });
             say((ok ? u"registered "_qs : u"failed "_qs) + name);
         } else if (command == u"unregister") {
@@ -193,10 +193,11 @@ private:
 
 int main(int argc, char **argv)
 {
-    if (auto ready = platform::x11::prepareDisplay(); !ready) {
+    if (auto ready = platform::x11::displayReachable(); !ready) {
         std::fprintf(stderr, "platform_probe: %s\n", qPrintable(ready.error()));
         return 1;
     }
+    qputenv("QT_QPA_PLATFORM", "xcb");
     QGuiApplication app(argc, argv);
     QString error;
     std::optional<platform::Services> backend = platform::x11::createX11Services(&error);
