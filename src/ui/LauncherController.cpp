@@ -123,7 +123,7 @@ void LauncherController::copyURL(qsizetype index)
         return;
     const QUrl file = results[index].file.url;
     const QString text = ShortcutURL::target(file).value_or(file.toLocalFile());
-    // Before hiding: on Wayland only a focused window may set the clipboard.
+    // Before the panel hides: on Wayland only the focused window may set the clipboard.
     auto &pasteboard = *platform::services().pasteboard;
     pasteboard.clearContents();
     pasteboard.setString(text);
