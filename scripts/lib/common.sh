@@ -3,7 +3,7 @@
 
 # Build: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb. Tests: GoogleTest, the X server, the
 # window manager, key presses, the clipboard, a terminal to take focus from (xterm needs the core
-# fonts of xfonts-base), fonts for Qt. Recommended packages are installed too, as a desktop has
+# fonts of xfonts-base), fonts for Qt, a private session bus per test. Recommended packages are installed too, as a desktop has
 # them.
 # Fuzzing: clang with its libFuzzer runtime.
 PINDLE_PACKAGES=(
@@ -12,6 +12,7 @@ PINDLE_PACKAGES=(
     libxcb1-dev libxcb-keysyms1-dev shared-mime-info dbus-daemon
     googletest libgtest-dev
     xvfb xauth openbox xdotool xclip xterm xfonts-base x11-utils fonts-dejavu-core
+    dbus-daemon dbus-bin
     clang libclang-rt-14-dev
 )
 
