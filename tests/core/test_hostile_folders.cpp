@@ -44,6 +44,66 @@ QByteArray deepBinaryPlist(int depth)
            bigEndian(0, 8) + bigEndian(quint64(objects.size()), 8);
 }
 
+// A binary list of the given objects, object 0 at the top, with one-byte references.
+QByteArray binaryPlist(const QList<QByteArray> &objects)
+{
+    QByteArray bytes = "bplist00";
+    QByteArray offsets;
+    for (const QByteArray &object : objects) {
+        offsets += bigEndian(quint64(bytes.size()), 4);
+        bytes += object;
+    }
+    return bytes + offsets + QByteArray(6, '\0') + "\x04\x02" +
+           bigEndian(quint64(objects.size()), 8) + bigEndian(0, 8) +
+           bigEndian(quint64(bytes.size()), 8);
+}
+
+QByteArray ref(int object)
+{
+    return bigEndian(quint64(object), 2);
+}
+
+// { URL: https://bomb/, x: objects[4] }: a valid shortcut as long as the rest reads.
+QList<QByteArray> shortcutHolding(const QList<QByteArray> &rest)
+{
+    QList<QByteArray> objects = {"\xD2" + ref(1) + ref(2) + ref(3) + ref(4), "\x53URL", "\x51x",
+                                 "\x5Dhttps://bomb/"};
+    return objects + rest;
+}
+
+// Objects that refer to the same children again and again, or to one long text many times, are
+// cheap on disk and enormous once expanded; the reader refuses them before building anything.
+TEST(HostileFolder, PropertyListsThatExpandBeyondAnyShortcutHaveNoTarget)
+{
+    QList<QByteArray> doubling;
+    constexpr int levels = 20; // a million leaves: slow, but still within reach unguarded
+    for (int i = 0; i < levels; ++i)
+        doubling.append("\xA2" + ref(5 + i) + ref(5 + i));
+    doubling.append("\x09");
+    test::writeFile(inFolder(u"doubling.webloc"_qs), binaryPlist(shortcutHolding(doubling)));
+
+    constexpr int repeats = 2000;
+    QByteArray manyRefs = "\xAF\x11" + bigEndian(repeats, 2);
+    for (int i = 0; i < repeats; ++i)
+        manyRefs += ref(5);
+    const QByteArray longText = "\x4F\x12" + bigEndian(100000, 4) + QByteArray(100000, 'a');
+    test::writeFile(inFolder(u"repeated.webloc"_qs),
+                    binaryPlist(shortcutHolding({manyRefs, longText})));
+
+    // The same shapes kept small read as usual.
+    test::writeFile(
+        inFolder(u"small.webloc"_qs),
+        binaryPlist(shortcutHolding({"\xA2" + ref(5) + ref(5), QByteArray("\x41") + "a"})));
+
+    for (const char *name : {"doubling", "repeated", "small"}) {
+        const std::optional<QString> target = ShortcutURL::target(
+            QUrl::fromLocalFile(inFolder(QString::fromLatin1(name) + u".webloc"_qs)));
+        EXPECT_EQ(target,
+                  qstrcmp(name, "small") == 0 ? std::optional(u"https://bomb/"_qs) : std::nullopt)
+            << name;
+    }
+}
+
 TEST(HostileFolder, NothingHangsCrashesOrHasATarget)
 {
     ::alarm(60); // a blocking read would hang the test; the alarm fails it instead
