@@ -1,11 +1,10 @@
 #include "core/ShortcutURL.h"
 
+#include "core/FileType.h"
 #include "core/SearchIndex.h"
 #include "core/ShortcutFormat.h"
 
-#include <QFileInfo>
 #include <QHash>
-#include <QMimeDatabase>
 
 #include <algorithm>
 #include <atomic>
@@ -64,9 +63,8 @@ std::optional<QString> shortcutTarget(const QString &path)
 // What the file manager calls the file's kind; empty for a file that is not there.
 QString typeDescription(const QString &path)
 {
-    if (!QFileInfo::exists(path))
-        return {};
-    return QMimeDatabase().mimeTypeForFile(path).comment();
+    const std::optional<QMimeType> type = FileType::of(path);
+    return type ? type->comment() : QString();
 }
 
 } // namespace

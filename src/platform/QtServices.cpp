@@ -1,5 +1,6 @@
 #include "platform/QtServices.h"
 
+#include "core/FileType.h"
 #include "core/ShortcutURL.h"
 
 #include <QAbstractFileIconProvider>
@@ -8,7 +9,6 @@
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QGuiApplication>
 #include <QMimeData>
 #include <QMimeDatabase>
@@ -86,13 +86,17 @@ bool QtWorkspace::openFile(const QUrl &file)
 
 QIcon QtWorkspace::iconForFile(const QString &path)
 {
-    const QFileInfo info(path);
-    const QMimeType mime = QMimeDatabase().mimeTypeForFile(info);
+    // Qt's own lookups by path open the file, and would wait forever on a pipe put in its place.
+    const std::optional<QMimeType> found = FileType::of(path);
+    const QMimeType mime =
+        found ? *found : QMimeDatabase().mimeTypeForFile(path, QMimeDatabase::MatchExtension);
     QIcon icon = QIcon::fromTheme(mime.iconName());
     if (icon.isNull())
         icon = QIcon::fromTheme(mime.genericIconName());
     if (icon.isNull())
-        icon = QAbstractFileIconProvider().icon(info);
+        icon = QAbstractFileIconProvider().icon(mime.inherits(QStringLiteral("inode/directory"))
+                                                    ? QAbstractFileIconProvider::Folder
+                                                    : QAbstractFileIconProvider::File);
     if (icon.isNull())
         icon = paintedDocumentIcon();
     return icon;

@@ -104,6 +104,27 @@ TEST(HostileFolder, PropertyListsThatExpandBeyondAnyShortcutHaveNoTarget)
     }
 }
 
+// Sync clients replace files at any time: a file that turns into a pipe between the scan and
+// the drawing of its row, or between a look at it and its opening, must not stall the row.
+TEST(HostileFolder, FilesSwappedForPipesStallNothing)
+{
+    ::alarm(30); // an open that waits for a writer would hang; the alarm ends the test instead
+    // Without an extension, the type can only come from the file's first bytes.
+    const QString path = inFolder(u"notes"_qs);
+    test::writeFile(path, "plain");
+    test::writeFile(inFolder(u"link.url"_qs), "URL=https://a/");
+    const QList<IndexedFile> files = FileIndex::scan();
+    ASSERT_EQ(files.size(), 2);
+    const test::PipeSwapper swapper(path);
+    test::PipeSwapper linkSwapper(inFolder(u"link.url"_qs));
+    for (int round = 0; round < 500; ++round) {
+        ShortcutURL::clearCaches();
+        for (const IndexedFile &file : files)
+            ShortcutURL::subtitle(file.url);
+    }
+    ::alarm(0);
+}
+
 TEST(HostileFolder, NothingHangsCrashesOrHasATarget)
 {
     ::alarm(60); // a blocking read would hang the test; the alarm fails it instead

@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 using namespace pindle;
 using namespace pindle::platform;
 
@@ -111,6 +113,15 @@ TEST(Workspace, everyFileGetsAnIcon)
     QtWorkspace workspace([] {});
     EXPECT_FALSE(workspace.iconForFile(test::writeWebloc(u"web"_qs, u"https://a/"_qs)).isNull());
     EXPECT_FALSE(workspace.iconForFile(test::shortcutFolder() + u"/no such file"_qs).isNull());
+    // A file that keeps turning into a pipe must not make the look wait for a writer: the alarm
+    // ends the test if it does.
+    const QString swapped = test::shortcutFolder() + u"/notes"_qs;
+    test::writeFile(swapped, "plain");
+    const test::PipeSwapper swapper(swapped);
+    ::alarm(30);
+    for (int round = 0; round < 500; ++round)
+        EXPECT_FALSE(workspace.iconForFile(swapped).isNull());
+    ::alarm(0);
 }
 
 TEST(Pasteboard, writesReadsAndClearsPlainText)
