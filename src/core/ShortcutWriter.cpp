@@ -21,10 +21,18 @@ namespace {
 
 constexpr int temporaryNameAttempts = 16;
 
+// A control character has no business in a file name (and a NUL would end the name early on
+// its way to the file system); a name must also reach the file system as it stands, which rules
+// out unpaired surrogates.
 bool isValidName(const QString &name)
 {
-    return !name.isEmpty() && !name.startsWith(u'.') && !name.contains(u'/') &&
-           !name.contains(u':');
+    if (name.isEmpty() || name.startsWith(u'.') || name.contains(u'/') || name.contains(u':'))
+        return false;
+    for (const QChar c : name) {
+        if (c.category() == QChar::Other_Control)
+            return false;
+    }
+    return QFile::decodeName(QFile::encodeName(name)) == name;
 }
 
 // XML 1.0 has no way to write most control characters, U+FFFE, U+FFFF or unpaired
@@ -124,7 +132,7 @@ std::expected<QUrl, WriteError> create(const QString &name, const QString &url, 
         return std::unexpected(WriteError::invalidName);
 
     const QString folderPath = folder.toLocalFile();
-    if (folderPath.isEmpty())
+    if (folderPath.isEmpty() || folderPath.contains(QChar(u'\0')))
         return std::unexpected(WriteError::writeFailed);
     const QString filePath = (folderPath.endsWith(u'/') ? folderPath : folderPath + u'/') +
                              trimmedName + QStringLiteral(".webloc");

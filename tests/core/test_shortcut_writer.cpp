@@ -60,7 +60,12 @@ TEST(ShortcutWriter, RefusesInvalidNamesBeforeTouchingTheDisk)
                                             {u"Trip"_qs, u" \r\n\u2029"_qs},
                                             {u" .profile"_qs, u"https://a/"_qs},
                                             {u"a/b"_qs, u"https://a/"_qs},
-                                            {u"a:b"_qs, u"https://a/"_qs}})
+                                            {u"a:b"_qs, u"https://a/"_qs},
+                                            {u"evil.desktop\u0000tail"_qs, u"https://a/"_qs},
+                                            {u"a\tb"_qs, u"https://a/"_qs},
+                                            {u"a\u007Fb"_qs, u"https://a/"_qs},
+                                            {u"a\u0085b"_qs, u"https://a/"_qs},
+                                            {u"a\xD800" u"b"_qs, u"https://a/"_qs}})
         EXPECT_EQ(create(name, url), std::unexpected(WriteError::invalidName))
             << name.toStdString();
     EXPECT_FALSE(QDir(test::homePath() + u"/conflocal"_qs).exists());
