@@ -65,7 +65,9 @@ TEST(ShortcutWriter, RefusesInvalidNamesBeforeTouchingTheDisk)
                                             {u"a\tb"_qs, u"https://a/"_qs},
                                             {u"a\u007Fb"_qs, u"https://a/"_qs},
                                             {u"a\u0085b"_qs, u"https://a/"_qs},
-                                            {u"a\xD800" u"b"_qs, u"https://a/"_qs}})
+                                            {u"a\xD800"
+                                             u"b"_qs,
+                                             u"https://a/"_qs}})
         EXPECT_EQ(create(name, url), std::unexpected(WriteError::invalidName))
             << name.toStdString();
     EXPECT_FALSE(QDir(test::homePath() + u"/conflocal"_qs).exists());
