@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # A second pindle finds both keys taken: it shows the start-up warning and keeps running, while
-# the first keeps answering the keys. SIGTERM ends the first one cleanly.
+# the first keeps answering the keys. SIGTERM ends the first one cleanly,
+# and SIGHUP (its session going away) the second.
 source "$(dirname "$0")/pindle_lib.sh"
 
 pindle_setup
@@ -29,5 +30,5 @@ e2e_check "and not one of the second" pindle_has_no_panel "$second"
 xdotool key Escape
 
 pindle_stop TERM "$first"
-pindle_stop TERM "$second"
+pindle_stop HUP "$second"
 e2e_finish
