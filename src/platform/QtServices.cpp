@@ -6,9 +6,11 @@
 #include <QAbstractFileIconProvider>
 #include <QClipboard>
 #include <QCursor>
+#include <QDateTime>
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QMimeData>
 #include <QMimeDatabase>
@@ -17,12 +19,32 @@
 #include <QScreen>
 #include <QStandardPaths>
 
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <utility>
+
+using namespace Qt::StringLiterals;
 
 namespace pindle::platform {
 namespace {
 
 constexpr int fallbackIconSize = 64;
+// Names tried in the Trash for files of the same name ("Docs.webloc", "Docs 2.webloc", ...).
+constexpr int trashNameAttempts = 1000;
+
+// A folder at path, made (private to the user) when nothing is there; false when something else
+// is in its place.
+bool isDirectoryOrMade(const QByteArray &path)
+{
+    if (::mkdir(path.constData(), 0700) == 0)
+        return true;
+    struct stat info = {};
+    return errno == EEXIST && ::stat(path.constData(), &info) == 0 && S_ISDIR(info.st_mode);
+}
 
 // A plain page with a folded corner, for systems without any icon theme.
 QIcon paintedDocumentIcon()
@@ -55,20 +77,55 @@ QRectF primaryGeometry()
 
 bool moveFileToTrash(const QString &path)
 {
-    // Qt 6.4 "succeeds" into ./files of the working directory when the data directory is
-    // missing, so make sure it exists and check where the file went.
     const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    if (dataHome.isEmpty() || !QDir().mkpath(dataHome))
+    if (dataHome.isEmpty() || !QDir::isAbsolutePath(dataHome))
         return false;
-    QString pathInTrash;
-    if (!QFile::moveToTrash(path, &pathInTrash))
+    const QByteArray file = QFile::encodeName(QFileInfo(path).absoluteFilePath());
+    const QByteArray trash = QFile::encodeName(dataHome + u"/Trash"_s);
+    struct stat info = {};
+    if (::lstat(file.constData(), &info) != 0)
         return false;
-    if (QDir::isRelativePath(pathInTrash)) {
-        // Put it back rather than leave the user's file somewhere they will never look.
-        QFile::rename(QDir::current().absoluteFilePath(pathInTrash), path);
+    const dev_t device = info.st_dev;
+    // The Trash and its two folders are made as needed, never over something else in their place.
+    if (!QDir().mkpath(dataHome) || !isDirectoryOrMade(trash) ||
+        !isDirectoryOrMade(trash + "/files") || !isDirectoryOrMade(trash + "/info"))
         return false;
+    // A file on another file system would have to be copied: that is a failure, not a copy.
+    if (::stat((trash + "/files").constData(), &info) != 0 || info.st_dev != device)
+        return false;
+
+    const QByteArray infoText =
+        "[Trash Info]\nPath=" + file.toPercentEncoding("/") +
+        "\nDeletionDate=" + QDateTime::currentDateTime().toString(Qt::ISODate).left(19).toLatin1() +
+        "\n";
+    const QString fileName = QFileInfo(path).fileName();
+    const qsizetype dot = fileName.lastIndexOf(u'.');
+    const QString stem = dot > 0 ? fileName.first(dot) : fileName;
+    const QString extension = dot > 0 ? fileName.sliced(dot) : QString();
+    for (int attempt = 1; attempt <= trashNameAttempts; ++attempt) {
+        const QByteArray name = QFile::encodeName(
+            attempt == 1 ? fileName : stem + u' ' + QString::number(attempt) + extension);
+        // The info file, made exclusively, claims the name; the file follows it, and on failure
+        // the claim is withdrawn.
+        const QByteArray infoPath = trash + "/info/" + name + ".trashinfo";
+        const int fd = ::open(infoPath.constData(),
+                              O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0 && errno == EEXIST)
+            continue;
+        if (fd < 0)
+            return false;
+        const bool isWritten =
+            ::write(fd, infoText.constData(), size_t(infoText.size())) == ssize_t(infoText.size());
+        if (::close(fd) == 0 && isWritten &&
+            ::renameat2(AT_FDCWD, file.constData(), AT_FDCWD,
+                        (trash + "/files/" + name).constData(), RENAME_NOREPLACE) == 0)
+            return true;
+        const bool isNameTaken = isWritten && errno == EEXIST;
+        ::unlink(infoPath.constData());
+        if (!isNameTaken)
+            return false;
     }
-    return true;
+    return false;
 }
 
 QtWorkspace::QtWorkspace(std::function<void()> beep) : m_beep(std::move(beep)) {}

@@ -9,8 +9,9 @@
 
 namespace pindle::platform {
 
-// Moves a file to the user's freedesktop Trash. False when it could not be moved; the file is
-// then where it was (across file systems without a usable trash, Qt refuses rather than copies).
+// Moves a file to the user's freedesktop home Trash. False when it could not be moved; the file
+// is then where it was, and nothing was left behind (a file on another file system is refused
+// rather than copied).
 bool moveFileToTrash(const QString &path);
 
 class QtWorkspace : public Workspace

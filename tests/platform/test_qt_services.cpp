@@ -5,6 +5,7 @@
 #include <QCursor>
 #include <QDesktopServices>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QGuiApplication>
 #include <QScreen>
@@ -83,6 +84,43 @@ TEST(Trash, createsTheHomeTrashWhenTheDataDirectoryIsMissingThenAddsToIt)
     expectTrashed(first);
     EXPECT_TRUE(moveFileToTrash(second));
     expectTrashed(second);
+    EXPECT_TRUE(cwd.isEmpty());
+}
+
+TEST(Trash, aSecondFileOfTheSameNameGoesBesideTheFirst)
+{
+    const QString path = test::writeWebloc(u"Docs"_qs, u"https://one/"_qs);
+    ASSERT_TRUE(moveFileToTrash(path));
+    test::writeWebloc(u"Docs"_qs, u"https://two/"_qs);
+    ASSERT_TRUE(moveFileToTrash(path));
+    const QDir trash(test::homePath() + u"/.local/share/Trash"_qs);
+    EXPECT_EQ(trash.entryList({u"*"_qs}, QDir::Files, QDir::Name).size(), 0);
+    EXPECT_EQ(QDir(trash.filePath(u"files"_qs)).entryList(QDir::Files).size(), 2);
+    EXPECT_EQ(QDir(trash.filePath(u"info"_qs)).entryList(QDir::Files).size(), 2);
+}
+
+// A Trash that can't hold anything leaves the file where it was, and nothing else anywhere.
+TEST(Trash, aTrashThatIsAFileIsAFailureThatLeavesNothingStray)
+{
+    const WorkingDirectory cwd;
+    const QString path = test::writeWebloc(u"Docs"_qs, u"https://example.org/"_qs);
+    const QString trash = test::homePath() + u"/.local/share/Trash"_qs;
+    test::writeFile(trash, "not a folder");
+    const auto everything = [] {
+        QStringList paths;
+        QDirIterator it(test::homePath(), QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext())
+            paths.append(it.next());
+        paths.sort();
+        return paths;
+    };
+    const QStringList before = everything();
+
+    EXPECT_FALSE(moveFileToTrash(path));
+    EXPECT_TRUE(QFile::exists(path));
+    EXPECT_EQ(test::readFile(trash), "not a folder");
+    EXPECT_EQ(everything(), before);
     EXPECT_TRUE(cwd.isEmpty());
 }
 
