@@ -147,6 +147,10 @@ QIcon QtWorkspace::iconForFile(const QString &path)
     const std::optional<QMimeType> found = FileType::of(path);
     const QMimeType mime =
         found ? *found : QMimeDatabase().mimeTypeForFile(path, QMimeDatabase::MatchExtension);
+    // One icon per type, kept for good: the scaled copies drawn from an icon are cached under
+    // the icon's identity, so a fresh icon for every row drawn would add copies without end.
+    if (const auto cached = m_iconsByType.constFind(mime.name()); cached != m_iconsByType.cend())
+        return *cached;
     QIcon icon = QIcon::fromTheme(mime.iconName());
     if (icon.isNull())
         icon = QIcon::fromTheme(mime.genericIconName());
@@ -156,6 +160,7 @@ QIcon QtWorkspace::iconForFile(const QString &path)
                                                     : QAbstractFileIconProvider::File);
     if (icon.isNull())
         icon = paintedDocumentIcon();
+    m_iconsByType.insert(mime.name(), icon);
     return icon;
 }
 

@@ -5,6 +5,10 @@
 
 #include "platform/Platform.h"
 
+#include <QHash>
+#include <QIcon>
+#include <QString>
+
 #include <functional>
 
 namespace pindle::platform {
@@ -26,6 +30,7 @@ public:
 
 private:
     std::function<void()> m_beep;
+    QHash<QString, QIcon> m_iconsByType; // by MIME type name; a handful at most
 };
 
 class QtPasteboard : public Pasteboard
