@@ -23,6 +23,9 @@ namespace {
 // libplist parses nested containers recursively, so a deeply nested file could exhaust the
 // stack. Shortcuts nest three levels deep; this bound leaves room for anything sensible.
 constexpr int maxXmlNesting = 256;
+// libplist's XML reader moves the rest of a text along for every character reference it
+// replaces, so a megabyte of "&amp;" takes seconds. An address holds a few dozen at most.
+constexpr qsizetype maxXmlReferences = 1024;
 
 constexpr QByteArrayView utf8Bom = "\xEF\xBB\xBF";
 constexpr QByteArrayView binaryMagic = "bplist";
@@ -312,7 +315,7 @@ std::optional<QString> plistTarget(QByteArrayView bytes)
     if (bytes.isEmpty() || bytes.size() > maxFileSize)
         return std::nullopt;
     if (bytes.startsWith(binaryMagic) ? !BinaryPlistWalk(bytes).staysWithinBudget()
-                                      : nestsTooDeep(bytes))
+                                      : bytes.count('&') > maxXmlReferences || nestsTooDeep(bytes))
         return std::nullopt;
 
     plist_t parsed = nullptr;

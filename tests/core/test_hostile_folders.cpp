@@ -90,12 +90,17 @@ TEST(HostileFolder, PropertyListsThatExpandBeyondAnyShortcutHaveNoTarget)
     test::writeFile(inFolder(u"repeated.webloc"_qs),
                     binaryPlist(shortcutHolding({manyRefs, longText})));
 
+    // Every character reference costs the XML reader a move of the rest of the text.
+    test::writeFile(inFolder(u"references.webloc"_qs),
+                    "<plist><dict><key>URL</key><string>https://bomb/" +
+                        QByteArray("&amp;").repeated(200000) + "</string></dict></plist>");
+
     // The same shapes kept small read as usual.
     test::writeFile(
         inFolder(u"small.webloc"_qs),
         binaryPlist(shortcutHolding({"\xA2" + ref(5) + ref(5), QByteArray("\x41") + "a"})));
 
-    for (const char *name : {"doubling", "repeated", "small"}) {
+    for (const char *name : {"doubling", "repeated", "references", "small"}) {
         const std::optional<QString> target = ShortcutURL::target(
             QUrl::fromLocalFile(inFolder(QString::fromLatin1(name) + u".webloc"_qs)));
         EXPECT_EQ(target,
