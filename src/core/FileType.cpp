@@ -30,7 +30,13 @@ QMimeType ofSpecialFile(mode_t mode)
 
 std::optional<QMimeType> of(const QString &path)
 {
-    const QByteArray nativePath = QFile::encodeName(path);
+    return ofNativePath(QFile::encodeName(path));
+}
+
+std::optional<QMimeType> ofNativePath(const QByteArray &nativePath)
+{
+    // Only the name's extension matters to the type rules, which any spelling of it keeps.
+    const QString path = QFile::decodeName(nativePath);
     struct stat info = {};
     if (::stat(nativePath.constData(), &info) != 0)
         return std::nullopt;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QMimeType>
 #include <QString>
 
@@ -13,5 +14,7 @@ namespace pindle::FileType {
 // pipes, devices, sockets and folders are typed by what they are and never opened. Nothing when
 // there is no such file.
 std::optional<QMimeType> of(const QString &path);
+// The same, for a path in the file system's bytes.
+std::optional<QMimeType> ofNativePath(const QByteArray &nativePath);
 
 } // namespace pindle::FileType

@@ -279,7 +279,11 @@ std::optional<QByteArrayView> readFile(const QString &path, FileBytes &into)
         longPath = QFile::encodeName(path);
         nativePath = longPath.constData();
     }
+    return readFile(nativePath, into);
+}
 
+std::optional<QByteArrayView> readFile(const char *nativePath, FileBytes &into)
+{
     int fd = ::open(nativePath, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
         return std::nullopt;

@@ -1,7 +1,9 @@
 #include "core/FileIndex.h"
+#include "core/LocalPath.h"
 #include "core/ShortcutURL.h"
 #include "support/TestSupport.h"
 
+#include <QDir>
 #include <QFile>
 #include <QRandomGenerator>
 
@@ -128,6 +130,34 @@ TEST(HostileFolder, FilesSwappedForPipesStallNothing)
             ShortcutURL::subtitle(file.url);
     }
     ::alarm(0);
+}
+
+// A name that is not UTF-8 can't be spelled in text; its record still names that very file.
+TEST(HostileFolder, NamesThatAreNotUtf8StillNameTheirFiles)
+{
+    const QByteArray folder = QFile::encodeName(test::shortcutFolder());
+    ASSERT_TRUE(QDir().mkpath(test::shortcutFolder()));
+    for (const auto &[name, bytes] :
+         {std::pair<QByteArray, QByteArray>{"caf\xE9.url", "URL=https://cafe/"},
+          {"caf\xE9 100%.webloc", test::readFile(test::writeWebloc(u"x"_qs, u"https://pct/"_qs))},
+          {"caf\xE9.txt", "plain text"}}) {
+        const int fd = ::open((folder + '/' + name).constData(), O_WRONLY | O_CREAT, 0644);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(::write(fd, bytes.constData(), size_t(bytes.size())), bytes.size());
+        ::close(fd);
+    }
+    ASSERT_TRUE(QFile::remove(inFolder(u"x.webloc"_qs)));
+
+    QStringList subtitles;
+    for (const IndexedFile &file : FileIndex::scan()) {
+        EXPECT_EQ(::access(LocalPath::nativePath(file.url).constData(), F_OK), 0)
+            << file.displayName.toStdString();
+        subtitles.append(ShortcutURL::subtitle(file.url));
+    }
+    ASSERT_EQ(subtitles.size(), 3);
+    EXPECT_TRUE(subtitles.contains(u"https://cafe/"_qs));
+    EXPECT_TRUE(subtitles.contains(u"https://pct/"_qs));
+    EXPECT_FALSE(subtitles.contains(QString())); // the text file's type
 }
 
 TEST(HostileFolder, NothingHangsCrashesOrHasATarget)
