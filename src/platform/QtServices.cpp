@@ -1,6 +1,7 @@
 #include "platform/QtServices.h"
 
 #include "core/FileType.h"
+#include "core/LocalPath.h"
 #include "core/ShortcutURL.h"
 
 #include <QAbstractFileIconProvider>
@@ -77,10 +78,14 @@ QRectF primaryGeometry()
 
 bool moveFileToTrash(const QString &path)
 {
+    return moveFileToTrash(QFile::encodeName(QFileInfo(path).absoluteFilePath()));
+}
+
+bool moveFileToTrash(const QByteArray &file)
+{
     const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    if (dataHome.isEmpty() || !QDir::isAbsolutePath(dataHome))
+    if (dataHome.isEmpty() || !QDir::isAbsolutePath(dataHome) || !file.startsWith('/'))
         return false;
-    const QByteArray file = QFile::encodeName(QFileInfo(path).absoluteFilePath());
     const QByteArray trash = QFile::encodeName(dataHome + u"/Trash"_s);
     struct stat info = {};
     if (::lstat(file.constData(), &info) != 0)
@@ -98,13 +103,14 @@ bool moveFileToTrash(const QString &path)
         "[Trash Info]\nPath=" + file.toPercentEncoding("/") +
         "\nDeletionDate=" + QDateTime::currentDateTime().toString(Qt::ISODate).left(19).toLatin1() +
         "\n";
-    const QString fileName = QFileInfo(path).fileName();
-    const qsizetype dot = fileName.lastIndexOf(u'.');
-    const QString stem = dot > 0 ? fileName.first(dot) : fileName;
-    const QString extension = dot > 0 ? fileName.sliced(dot) : QString();
+    // In the file system's bytes throughout: a name that is not UTF-8 keeps its spelling.
+    const QByteArray fileName = file.sliced(file.lastIndexOf('/') + 1);
+    const qsizetype dot = fileName.lastIndexOf('.');
+    const QByteArray stem = dot > 0 ? fileName.first(dot) : fileName;
+    const QByteArray extension = dot > 0 ? fileName.sliced(dot) : QByteArray();
     for (int attempt = 1; attempt <= trashNameAttempts; ++attempt) {
-        const QByteArray name = QFile::encodeName(
-            attempt == 1 ? fileName : stem + u' ' + QString::number(attempt) + extension);
+        const QByteArray name =
+            attempt == 1 ? fileName : stem + ' ' + QByteArray::number(attempt) + extension;
         // The info file, made exclusively, claims the name; the file follows it, and on failure
         // the claim is withdrawn.
         const QByteArray infoPath = trash + "/info/" + name + ".trashinfo";
@@ -162,6 +168,11 @@ QIcon QtWorkspace::iconForFile(const QString &path)
         icon = paintedDocumentIcon();
     m_iconsByType.insert(mime.name(), icon);
     return icon;
+}
+
+bool QtWorkspace::moveToTrash(const QUrl &file)
+{
+    return moveFileToTrash(LocalPath::nativePath(file));
 }
 
 void QtWorkspace::beep()

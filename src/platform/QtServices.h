@@ -17,6 +17,8 @@ namespace pindle::platform {
 // is then where it was, and nothing was left behind (a file on another file system is refused
 // rather than copied).
 bool moveFileToTrash(const QString &path);
+// The same, for an absolute path in the file system's bytes.
+bool moveFileToTrash(const QByteArray &nativePath);
 
 class QtWorkspace : public Workspace
 {
@@ -25,7 +27,7 @@ public:
     explicit QtWorkspace(std::function<void()> beep);
     bool openFile(const QUrl &file) override;
     QIcon iconForFile(const QString &path) override;
-    bool moveToTrash(const QString &path) override { return moveFileToTrash(path); }
+    bool moveToTrash(const QUrl &file) override;
     void beep() override;
 
 private:

@@ -1,5 +1,7 @@
 #include "platform/QtServices.h"
 
+#include "core/LocalPath.h"
+
 #include "support/TestSupport.h"
 
 #include <QCursor>
@@ -13,6 +15,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <unistd.h>
 
 using namespace pindle;
@@ -122,6 +128,22 @@ TEST(Trash, aTrashThatIsAFileIsAFailureThatLeavesNothingStray)
     EXPECT_EQ(test::readFile(trash), "not a folder");
     EXPECT_EQ(everything(), before);
     EXPECT_TRUE(cwd.isEmpty());
+}
+
+TEST(Trash, aNameThatIsNotUtf8KeepsItsBytes)
+{
+    const QByteArray folder = QFile::encodeName(test::shortcutFolder());
+    ASSERT_TRUE(QDir().mkpath(test::shortcutFolder()));
+    const QByteArray file = folder + "/caf\xE9.url";
+    ::close(::open(file.constData(), O_WRONLY | O_CREAT, 0644));
+    QtWorkspace workspace([] {});
+    ASSERT_TRUE(workspace.moveToTrash(LocalPath::fileUrl(file)));
+    EXPECT_NE(::access(file.constData(), F_OK), 0);
+    const QByteArray trash = QFile::encodeName(test::homePath()) + "/.local/share/Trash";
+    EXPECT_EQ(::access((trash + "/files/caf\xE9.url").constData(), F_OK), 0);
+    std::ifstream info((trash + "/info/caf\xE9.url.trashinfo").toStdString());
+    const std::string text((std::istreambuf_iterator<char>(info)), {});
+    EXPECT_NE(text.find("/caf%E9.url\n"), std::string::npos) << text;
 }
 
 TEST(Trash, aMissingFileIsAFailure)
