@@ -1,6 +1,7 @@
 #include "core/FileIndex.h"
 
 #include "core/Collation.h"
+#include "core/LocalPath.h"
 #include "core/SearchIndex.h"
 #include "core/ShortcutFormat.h"
 #include "core/ShortcutURL.h"
@@ -41,9 +42,10 @@ QString displayNameOf(QStringView fileName)
 }
 
 // folder + name in one allocation. Bytes that are not UTF-8 become replacement characters, as
-// QFile::decodeName makes them: such a file is listed, though its URL can't name it exactly. A
-// leading byte-order mark is part of the name.
-QString pathOf(QStringView folder, const char *name)
+// QFile::decodeName makes them, and isExact turns false: such a name is listed as well as it
+// can be shown, and its URL must be made from its bytes. A leading byte-order mark is part of
+// the name.
+QString pathOf(QStringView folder, const char *name, bool &isExact)
 {
     const QByteArrayView bytes(name);
     QString path(folder.size() + bytes.size(), Qt::Uninitialized);
@@ -51,6 +53,7 @@ QString pathOf(QStringView folder, const char *name)
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom);
     const QChar *end = decoder.appendToBuffer(path.data() + folder.size(), bytes);
     path.truncate(end - path.constData());
+    isExact = !decoder.hasError();
     return path;
 }
 
@@ -233,10 +236,13 @@ QList<IndexedFile> scan()
             listed.push_back({*record, false, keyAt, size_t(key.size())});
             continue;
         }
-        const QString path = pathOf(prefix, entry->d_name);
+        bool isExact = true;
+        const QString path = pathOf(prefix, entry->d_name, isExact);
         QString displayName = displayNameOf(QStringView(path).sliced(prefix.size()));
         const size_t keySize = Collation::appendSortKey(displayName, keys);
-        listed.push_back({{fileUrl(path), std::move(displayName)}, true, keyAt, keySize});
+        QUrl url =
+            isExact ? fileUrl(path) : LocalPath::fileUrl(QFile::encodeName(prefix) + entry->d_name);
+        listed.push_back({{std::move(url), std::move(displayName)}, true, keyAt, keySize});
     }
 
     // Sorting positions rather than the records saves moving URLs and strings around.

@@ -1,11 +1,11 @@
 #include "core/ShortcutURL.h"
 
+#include "core/FileType.h"
+#include "core/LocalPath.h"
 #include "core/SearchIndex.h"
 #include "core/ShortcutFormat.h"
 
-#include <QFileInfo>
 #include <QHash>
-#include <QMimeDatabase>
 
 #include <algorithm>
 #include <atomic>
@@ -35,38 +35,38 @@ Caches &caches()
     return instance;
 }
 
-std::optional<QString> plistTarget(const QString &path)
+// The file's bytes. A name that is not UTF-8 reads with replacement characters in the URL's
+// text; only the URL's bytes name that file.
+std::optional<QByteArrayView> readShortcut(const QUrl &file, const QString &path,
+                                           ShortcutFormat::FileBytes &storage)
 {
-    ShortcutFormat::FileBytes storage;
-    const std::optional<QByteArrayView> bytes = ShortcutFormat::readFile(path, storage);
-    return bytes ? ShortcutFormat::plistTarget(*bytes) : std::nullopt;
-}
-
-std::optional<QString> iniTarget(const QString &path)
-{
-    ShortcutFormat::FileBytes storage;
-    const std::optional<QByteArrayView> bytes = ShortcutFormat::readFile(path, storage);
-    return bytes ? ShortcutFormat::iniTarget(*bytes) : std::nullopt;
+    if (!path.contains(QChar::ReplacementCharacter))
+        return ShortcutFormat::readFile(path, storage);
+    return ShortcutFormat::readFile(LocalPath::nativePath(file).constData(), storage);
 }
 
 // No reader falls back on the other: the extension alone decides the format.
-std::optional<QString> shortcutTarget(const QString &path)
+std::optional<QString> shortcutTarget(const QUrl &file)
 {
+    const QString path = file.toLocalFile();
     const QStringView fileName = QStringView(path).sliced(path.lastIndexOf(u'/') + 1);
     using ShortcutFormat::hasExtension;
-    if (hasExtension(fileName, "webloc"_L1) || hasExtension(fileName, "inetloc"_L1))
-        return plistTarget(path);
-    if (hasExtension(fileName, "url"_L1))
-        return iniTarget(path);
-    return std::nullopt;
+    const bool isPlist =
+        hasExtension(fileName, "webloc"_L1) || hasExtension(fileName, "inetloc"_L1);
+    if (!isPlist && !hasExtension(fileName, "url"_L1))
+        return std::nullopt;
+    ShortcutFormat::FileBytes storage;
+    const std::optional<QByteArrayView> bytes = readShortcut(file, path, storage);
+    if (!bytes)
+        return std::nullopt;
+    return isPlist ? ShortcutFormat::plistTarget(*bytes) : ShortcutFormat::iniTarget(*bytes);
 }
 
 // What the file manager calls the file's kind; empty for a file that is not there.
-QString typeDescription(const QString &path)
+QString typeDescription(const QUrl &file)
 {
-    if (!QFileInfo::exists(path))
-        return {};
-    return QMimeDatabase().mimeTypeForFile(path).comment();
+    const std::optional<QMimeType> type = FileType::ofNativePath(LocalPath::nativePath(file));
+    return type ? type->comment() : QString();
 }
 
 } // namespace
@@ -76,7 +76,7 @@ std::optional<QString> target(const QUrl &file)
     auto &targets = caches().targets;
     if (const auto cached = targets.constFind(file); cached != targets.cend())
         return *cached;
-    std::optional<QString> address = shortcutTarget(file.toLocalFile());
+    std::optional<QString> address = shortcutTarget(file);
     targets.insert(file, address);
     return address;
 }
@@ -87,7 +87,7 @@ QString subtitle(const QUrl &file)
     if (const auto cached = subtitles.constFind(file); cached != subtitles.cend())
         return *cached;
     const std::optional<QString> address = target(file);
-    QString text = address ? *address : typeDescription(file.toLocalFile());
+    QString text = address ? *address : typeDescription(file);
     subtitles.insert(file, text);
     return text;
 }
@@ -124,7 +124,7 @@ void cacheTargets(const QList<IndexedFile> &files)
     const auto work = [&] {
         for (size_t from; (from = next.fetch_add(run)) < missing.size();) {
             for (size_t k = from; k < std::min(from + run, missing.size()); ++k)
-                read[k] = ShortcutURL::shortcutTarget(files[missing[k]].url.toLocalFile());
+                read[k] = ShortcutURL::shortcutTarget(files[missing[k]].url);
         }
     };
     std::optional<std::thread> helper;

@@ -87,7 +87,7 @@ public:
     virtual bool openFile(const QUrl &file) = 0;
     virtual QIcon iconForFile(const QString &path) = 0;
     // False when the file could not be moved; it is then left where it was.
-    virtual bool moveToTrash(const QString &path) = 0;
+    virtual bool moveToTrash(const QUrl &file) = 0;
     virtual void beep() = 0;
 };
 

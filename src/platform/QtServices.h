@@ -5,13 +5,20 @@
 
 #include "platform/Platform.h"
 
+#include <QHash>
+#include <QIcon>
+#include <QString>
+
 #include <functional>
 
 namespace pindle::platform {
 
-// Moves a file to the user's freedesktop Trash. False when it could not be moved; the file is
-// then where it was (across file systems without a usable trash, Qt refuses rather than copies).
+// Moves a file to the user's freedesktop home Trash. False when it could not be moved; the file
+// is then where it was, and nothing was left behind (a file on another file system is refused
+// rather than copied).
 bool moveFileToTrash(const QString &path);
+// The same, for an absolute path in the file system's bytes.
+bool moveFileToTrash(const QByteArray &nativePath);
 
 class QtWorkspace : public Workspace
 {
@@ -20,11 +27,12 @@ public:
     explicit QtWorkspace(std::function<void()> beep);
     bool openFile(const QUrl &file) override;
     QIcon iconForFile(const QString &path) override;
-    bool moveToTrash(const QString &path) override { return moveFileToTrash(path); }
+    bool moveToTrash(const QUrl &file) override;
     void beep() override;
 
 private:
     std::function<void()> m_beep;
+    QHash<QString, QIcon> m_iconsByType; // by MIME type name; a handful at most
 };
 
 // Qt's clipboard. Its read waits in a nested event loop for an owner in another process; the

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # One Pindle per session: a second pindle says in one line that Pindle is already running, makes
 # the first show its launcher and exits 0, with no window or warning of its own. Two started at
-# the same moment end with exactly one running.
+# the same moment end with exactly one running. SIGTERM and SIGHUP (the session going away) both
+# end Pindle cleanly.
 source "$(dirname "$0")/pindle_lib.sh"
 
 pindle_setup
@@ -44,7 +45,7 @@ e2e_check "and shows its launcher, focused" e2e_wait_for 10 pindle_is_active
 e2e_check "a single launcher is shown" test "$(pindle_visible_windows | wc -l)" -eq 1
 xdotool key Escape
 e2e_check "Escape closes it" e2e_wait_for 5 pindle_has_no_panel
-pindle_stop TERM "$winner"
+pindle_stop HUP "$winner"
 
 # No session bus to ask: it runs as the only Pindle, and says so in one line.
 DBUS_SESSION_BUS_ADDRESS="unix:path=$E2E_TMP/no-bus" e2e_spawn alone "$PINDLE_BIN"

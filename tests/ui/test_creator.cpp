@@ -4,6 +4,7 @@
 #include "test_launcher_support.h"
 
 #include "core/FileIndex.h"
+#include "core/ShortcutURL.h"
 #include "support/TestSupport.h"
 #include "ui/CreatorController.h"
 #include "ui/ResultRowView.h"
@@ -203,6 +204,18 @@ TEST_F(CreatorSaving, ReturnWithNoSelectionSavesEvenWhenRowsAreListed)
     key(name(), Qt::Key_Return);
     EXPECT_TRUE(QFile::exists(savedPath(QStringLiteral("Exam"))));
     EXPECT_FALSE(creator->isVisible());
+}
+
+TEST_F(CreatorSaving, KeepsALongAddressAndNameWhole)
+{
+    const QString address = u"https://example.com/?q="_qs + QString(100000, u'x');
+    const QString longName = QString(200, u'n');
+    creator->show(address);
+    QTest::keyClicks(name(), longName);
+    key(name(), Qt::Key_Return);
+    const QString saved = savedPath(longName);
+    ASSERT_TRUE(QFile::exists(saved));
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(saved)), address);
 }
 
 TEST_F(CreatorSaving, FailedSaveBeepsAndChangesNothing)

@@ -76,11 +76,11 @@ public:
         return true;
     }
     QIcon iconForFile(const QString &) override { return {}; }
-    bool moveToTrash(const QString &path) override
+    bool moveToTrash(const QUrl &file) override
     {
         if (failTrash)
             return false;
-        trashed.append(path);
+        trashed.append(file.toLocalFile());
         return true;
     }
     void beep() override { ++beeps; }
