@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
 # The Wayland session the Pindle tests stand on, with plain test windows: typed keys reach the
 # focused window, the focus is seen, and on KWin a new window opens on the output under the
-# pointer.  Called as SCRIPT kwin|mutter TOOLS_DIR.
+# pointer. Called as SCRIPT kwin|mutter, with WL_TOOLS set (see wayland_harness.sh).
 source "$(dirname "$0")/harness.sh"
-WL_TOOLS=${2:?usage: $0 kwin|mutter TOOLS_DIR}
 source "$(dirname "$0")/wayland_harness.sh"
 
 wl_session
