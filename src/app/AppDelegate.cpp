@@ -4,15 +4,40 @@
 #include "platform/Platform.h"
 #include "ui/Alert.h"
 
+#include <QCoreApplication>
 #include <QPointer>
 
 namespace pindle::app {
 namespace {
 
-// Carbon's virtual key codes and Option mask, which the hot-key service maps to U, I and Alt.
-constexpr int keyCodeU = 32;
-constexpr int keyCodeI = 34;
-constexpr int optionModifier = 2048;
+// How long the start-up warning waits for a desktop that has not answered for its keys. Desktops
+// that grant keys themselves answer in milliseconds; one that asks the user answers when the user
+// does, and the warning should not pile onto its dialog too soon.
+constexpr int hotKeyAnswerLimitMilliseconds = 30'000;
+
+// Each panel's key: its id for the desktop (and the argument of the toggle command), the
+// description the desktop may show in its settings, the key, and its name in messages.
+struct PanelKey
+{
+    QString id;
+    QString description;
+    QKeySequence keys;
+    QString label;
+};
+
+const PanelKey &launcherKey()
+{
+    static const PanelKey key{QStringLiteral("launcher"), QStringLiteral("Show the launcher"),
+                              QKeySequence(Qt::ALT | Qt::Key_U), QStringLiteral("Alt+U")};
+    return key;
+}
+
+const PanelKey &creatorKey()
+{
+    static const PanelKey key{QStringLiteral("creator"), QStringLiteral("Show the creator"),
+                              QKeySequence(Qt::ALT | Qt::Key_I), QStringLiteral("Alt+I")};
+    return key;
+}
 
 constexpr double launcherHeaderHeight = 58;
 constexpr double creatorHeaderHeight = 86;
@@ -32,14 +57,42 @@ struct HotKeyWarning
     QString informativeText;
 };
 
-// The start-up alert for the keys that could not be registered, named in registration order.
-HotKeyWarning hotKeyWarning(const QStringList &names)
+// The start-up alert for the keys that could not be registered, in registration order. Keys
+// another program holds may come free; keys this desktop does not hand out never will, so then
+// the alert gives the command to bind in the desktop's own keyboard settings instead.
+HotKeyWarning hotKeyWarning(const QList<HotKeyManager::Failure> &failures)
 {
+    QStringList names;
+    QStringList commands;
+    bool isHeldElsewhere = true;
+    for (const HotKeyManager::Failure &failure : failures) {
+        const PanelKey &key = failure.name == launcherKey().id ? launcherKey() : creatorKey();
+        names.append(key.label);
+        commands.append(QCoreApplication::applicationFilePath() + QStringLiteral(" --toggle ") +
+                        key.id);
+        isHeldElsewhere =
+            isHeldElsewhere && failure.reason == platform::ShortcutRefusal::heldElsewhere;
+    }
     const QString joined = names.join(QStringLiteral(" and "));
+    const QString messageText = QStringLiteral("Couldn\u2019t register ") + joined;
+    if (!isHeldElsewhere) {
+        const QString which =
+            names.size() == 1 ? QStringLiteral("this command") : QStringLiteral("these commands");
+        return {
+            .messageText = messageText,
+            .informativeText = QStringLiteral("This desktop didn\u2019t give Pindle ") + joined +
+                               QStringLiteral(". Pindle is running: to open it from the "
+                                              "keyboard, bind ") +
+                               which +
+                               QStringLiteral(" to a key in the desktop\u2019s keyboard "
+                                              "settings:\n\n") +
+                               commands.join(u'\n'),
+        };
+    }
     const QString which = names.size() == 1 ? QStringLiteral("that shortcut won\u2019t")
                                             : QStringLiteral("those shortcuts won\u2019t");
     return {
-        .messageText = QStringLiteral("Couldn\u2019t register ") + joined,
+        .messageText = messageText,
         .informativeText = QStringLiteral("Another application already owns ") + joined +
                            QStringLiteral(". Pindle is running, but ") + which +
                            QStringLiteral(" open it until the other app releases the key."),
@@ -65,20 +118,21 @@ void AppDelegate::applicationDidFinishLaunching()
     m_creator = std::make_unique<ui::CreatorController>(creatorHeader, creatorHeaderHeight);
     m_creator->buildFields(creatorHeader);
 
-    QStringList failed;
     const QPointer<AppDelegate> self(this);
-    if (!m_hotKey.registerHotKey(keyCodeU, optionModifier, [self] {
-            if (self)
-                self->toggleLauncher();
-        }))
-        failed.append(QStringLiteral("\u2325U"));
-    if (!m_hotKey.registerHotKey(keyCodeI, optionModifier, [self] {
-            if (self)
-                self->toggleCreator();
-        }))
-        failed.append(QStringLiteral("\u2325I"));
-    if (!failed.isEmpty())
-        warnHotKeysUnavailable(failed);
+    m_hotKey.registerHotKey(launcherKey().id, launcherKey().description, launcherKey().keys,
+                            [self] {
+                                if (self)
+                                    self->toggleLauncher();
+                            });
+    m_hotKey.registerHotKey(creatorKey().id, creatorKey().description, creatorKey().keys, [self] {
+        if (self)
+            self->toggleCreator();
+    });
+    m_hotKey.whenSettled(hotKeyAnswerLimitMilliseconds,
+                         [self](const QList<HotKeyManager::Failure> &failures) {
+                             if (self && !failures.isEmpty())
+                                 self->warnHotKeysUnavailable(failures);
+                         });
 }
 
 void AppDelegate::applicationWillTerminate()
@@ -107,9 +161,9 @@ void AppDelegate::toggleCreator()
     m_creator->show(*text);
 }
 
-void AppDelegate::warnHotKeysUnavailable(const QStringList &names)
+void AppDelegate::warnHotKeysUnavailable(const QList<HotKeyManager::Failure> &failures)
 {
-    const HotKeyWarning warning = hotKeyWarning(names);
+    const HotKeyWarning warning = hotKeyWarning(failures);
     ui::Alert alert;
     alert.messageText = warning.messageText;
     alert.informativeText = warning.informativeText;

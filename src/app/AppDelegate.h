@@ -1,7 +1,7 @@
 #pragma once
 
 // The application shell: builds the two panels once, registers Alt+U and Alt+I to toggle them,
-// warns once at start-up about keys another program holds, and lets the keys go at the end.
+// warns once at start-up about keys it did not get, and lets the keys go at the end.
 
 #include "platform/HotKeyManager.h"
 #include "ui/CreatorController.h"
@@ -21,7 +21,8 @@ public:
     AppDelegate();
     ~AppDelegate() override;
 
-    // The start-up work, run once the event loop is going.
+    // The start-up work, run once the event loop is going. The warning about keys not given
+    // follows once the desktop has answered for them, from the event loop.
     void applicationDidFinishLaunching();
     void applicationWillTerminate();
 
@@ -32,7 +33,7 @@ public:
 private:
     void toggleLauncher();
     void toggleCreator();
-    void warnHotKeysUnavailable(const QStringList &names);
+    void warnHotKeysUnavailable(const QList<HotKeyManager::Failure> &failures);
 
     std::unique_ptr<ui::LauncherController> m_launcher;
     std::unique_ptr<ui::CreatorController> m_creator;

@@ -1,9 +1,10 @@
-// Pindle's entry point: checks for an X display, starts Qt with no main window, installs the X11
-// desktop services, and hands everything else to the AppDelegate once the event loop runs.
+// Pindle's entry point: checks for a display, starts Qt with no main window, installs the desktop
+// services for the window system Qt runs on, and hands everything else to the AppDelegate once
+// the event loop runs.
 
 #include "app/AppDelegate.h"
 #include "app/TerminationSignals.h"
-#include "platform/x11/X11Services.h"
+#include "platform/Platform.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -12,7 +13,7 @@
 
 int main(int argc, char **argv)
 {
-    if (auto ready = pindle::platform::x11::prepareDisplay(); !ready) {
+    if (auto ready = pindle::platform::checkDisplay(); !ready) {
         std::fprintf(stderr, "pindle: %s\n", qPrintable(ready.error()));
         return 1;
     }
@@ -20,18 +21,12 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("pindle"));
     QApplication::setApplicationDisplayName(QStringLiteral("Pindle"));
-    QApplication::setDesktopFileName(QStringLiteral("pindle"));
+    // Desktops remember the keys they gave Pindle under this id.
+    QApplication::setDesktopFileName(QStringLiteral("org.pindle.Pindle"));
     // Panels come and go; the program lives on in the background with none shown.
     QApplication::setQuitOnLastWindowClosed(false);
 
-    QString error;
-    std::optional<pindle::platform::Services> backend =
-        pindle::platform::x11::createX11Services(&error);
-    if (!backend) {
-        std::fprintf(stderr, "pindle: %s\n", qPrintable(error));
-        return 1;
-    }
-    pindle::platform::setServices(std::move(*backend));
+    pindle::platform::setServices(pindle::platform::createServices());
 
     pindle::app::AppDelegate delegate;
     pindle::app::TerminationSignals signals;

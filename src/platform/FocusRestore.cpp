@@ -15,6 +15,8 @@ std::optional<platform::RunningApplication> target;
 void capture()
 {
     platform::FocusService &focus = *platform::services().focus;
+    if (focus.restoresFocusItself())
+        return;
     const std::optional<platform::RunningApplication> frontmost = focus.frontmostApplication();
     if (!frontmost)
         return;

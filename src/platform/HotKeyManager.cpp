@@ -5,86 +5,110 @@
 
 namespace pindle {
 
-HotKeyManager::HotKeyManager() : HotKeyManager(*platform::services().hotKeys) {}
+HotKeyManager::HotKeyManager() : HotKeyManager(*platform::services().shortcuts) {}
 
-HotKeyManager::HotKeyManager(platform::HotKeyService &service) : m_service(service) {}
+HotKeyManager::HotKeyManager(platform::GlobalShortcuts &shortcuts) : m_shortcuts(shortcuts)
+{
+    m_settleTimer.setSingleShot(true);
+    connect(&m_settleTimer, &QTimer::timeout, this, &HotKeyManager::settle);
+    connect(&m_shortcuts, &platform::GlobalShortcuts::bound, this,
+            [this](const QString &name) { answered(name, State::bound, {}); });
+    connect(&m_shortcuts, &platform::GlobalShortcuts::refused, this,
+            [this](const QString &name, platform::ShortcutRefusal reason) {
+                answered(name, State::refused, reason);
+            });
+    connect(&m_shortcuts, &platform::GlobalShortcuts::activated, this, [this](const QString &name) {
+        const Registered *hotKey = find(name);
+        if (hotKey == nullptr || hotKey->state == State::refused || !hotKey->onFire)
+            return;
+        // A copy: the action may unregister its own key, which would destroy the stored one
+        // while it runs.
+        const std::function<void()> action = hotKey->onFire;
+        action();
+    });
+}
 
 HotKeyManager::~HotKeyManager()
 {
     unregisterAll();
 }
 
-bool HotKeyManager::registerHotKey(std::uint32_t keyCode, std::uint32_t modifiers,
-                                   std::function<void()> onFire)
+bool HotKeyManager::registerHotKey(const QString &name, const QString &description,
+                                   const QKeySequence &keys, std::function<void()> onFire)
 {
-    if (!eventHandler && !installEventHandler())
-        return false;
     // Two keys per run never get here; refusing keeps ids unique if something ever does.
-    if (nextID == std::numeric_limits<std::uint32_t>::max())
+    if (m_nextID == std::numeric_limits<std::uint32_t>::max() || find(name) != nullptr)
         return false;
-
-    const std::uint32_t id = nextID;
-    nextID = id + 1;
-
-    const platform::EventHotKeyID hotKeyID{fourCharCode("qvtr"), id};
-    platform::EventHotKeyRef ref = nullptr;
-    const platform::OSStatus status =
-        m_service.registerEventHotKey(keyCode, modifiers, hotKeyID, &ref);
-    if (status != platform::noErr || ref == nullptr)
+    const std::uint32_t id = m_nextID++;
+    m_registered[id] = {.name = name, .onFire = std::move(onFire)};
+    m_shortcuts.bind(name, description, keys);
+    // The answer may have come during bind().
+    const auto found = m_registered.find(id);
+    if (found == m_registered.end())
         return false;
-
-    registered[id] = {ref, std::move(onFire)};
-    return true;
+    return found->second.state != State::refused;
 }
 
 void HotKeyManager::unregisterAll()
 {
-    for (const auto &[id, hotKey] : registered)
-        m_service.unregisterEventHotKey(hotKey.ref);
-    registered.clear();
-    if (eventHandler) {
-        m_service.removeEventHandler(*eventHandler);
-        eventHandler.reset();
+    const std::map<std::uint32_t, Registered> registered = std::exchange(m_registered, {});
+    for (const auto &[id, hotKey] : registered) {
+        if (hotKey.state != State::refused)
+            m_shortcuts.release(hotKey.name);
     }
 }
 
-bool HotKeyManager::installEventHandler()
+void HotKeyManager::whenSettled(int limitMilliseconds, std::function<void(QList<Failure>)> done)
 {
-    platform::EventHandlerRef ref = nullptr;
-    if (m_service.installEventHandler(&HotKeyManager::handleHotKeyEvent, this, &ref) !=
-        platform::noErr)
-        return false;
-    eventHandler = ref;
-    return true;
+    m_onSettled = std::move(done);
+    m_settleTimer.start(limitMilliseconds);
+    // Queued even when everything is answered, so the caller is never re-entered.
+    QMetaObject::invokeMethod(this, &HotKeyManager::settleIfAnswered, Qt::QueuedConnection);
 }
 
-std::uint32_t HotKeyManager::fourCharCode(std::string_view text)
+HotKeyManager::Registered *HotKeyManager::find(const QString &name)
 {
-    std::uint32_t result = 0;
-    for (const char byte : text.substr(0, 4))
-        result = (result << 8) | static_cast<unsigned char>(byte);
-    return result;
+    for (auto &[id, hotKey] : m_registered) {
+        if (hotKey.name == name)
+            return &hotKey;
+    }
+    return nullptr;
 }
 
-platform::OSStatus HotKeyManager::handleHotKeyEvent(void *, const platform::HotKeyEvent *event,
-                                                    void *userData)
+void HotKeyManager::answered(const QString &name, State state, platform::ShortcutRefusal reason)
 {
-    if (event == nullptr || userData == nullptr)
-        return platform::noErr;
-    platform::EventHotKeyID hotKeyID;
-    if (platform::getEventHotKeyID(event, &hotKeyID) != platform::noErr)
-        return platform::noErr;
+    Registered *hotKey = find(name);
+    if (hotKey == nullptr)
+        return;
+    hotKey->state = state;
+    hotKey->reason = reason;
+    if (state == State::refused)
+        hotKey->onFire = nullptr;
+    settleIfAnswered();
+}
 
-    auto *manager = static_cast<HotKeyManager *>(userData);
-    const auto found = manager->registered.find(hotKeyID.id);
-    if (found == manager->registered.end())
-        return platform::noErr;
-    // A copy: the action may unregister its own key, which would destroy the stored one
-    // while it runs.
-    const std::function<void()> action = found->second.onFire;
-    if (action)
-        action();
-    return platform::noErr;
+void HotKeyManager::settleIfAnswered()
+{
+    for (const auto &[id, hotKey] : m_registered) {
+        if (hotKey.state == State::pending)
+            return;
+    }
+    settle();
+}
+
+void HotKeyManager::settle()
+{
+    if (!m_onSettled)
+        return;
+    m_settleTimer.stop();
+    QList<Failure> failures;
+    for (const auto &[id, hotKey] : m_registered) {
+        if (hotKey.state != State::bound)
+            failures.append({hotKey.name, hotKey.reason});
+    }
+    // Cleared first: the callback may run a modal alert, during which more answers arrive.
+    const std::function<void(QList<Failure>)> done = std::exchange(m_onSettled, nullptr);
+    done(failures);
 }
 
 } // namespace pindle

@@ -1,53 +1,79 @@
 #pragma once
 
-// System-wide hot keys: maps the id of each registered key combination to the action its press
-// runs. Knows nothing of panels.
+// System-wide hot keys: maps each registered key combination to the action its press runs.
+// Knows nothing of panels.
 
 #include "platform/Platform.h"
 
+#include <QKeySequence>
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
 #include <cstdint>
 #include <functional>
-#include <optional>
-#include <string_view>
-#include <unordered_map>
+#include <map>
 
 namespace pindle {
 
-class HotKeyManager
+class HotKeyManager : public QObject
 {
+    Q_OBJECT
 public:
-    // The service must outlive the manager; by default the installed backend's.
-    HotKeyManager();
-    explicit HotKeyManager(platform::HotKeyService &service);
-    ~HotKeyManager();
-    HotKeyManager(const HotKeyManager &) = delete;
-    HotKeyManager &operator=(const HotKeyManager &) = delete;
+    struct Failure
+    {
+        QString name;
+        platform::ShortcutRefusal reason = platform::ShortcutRefusal::notGiven;
+    };
 
-    // keyCode is a macOS virtual key code (32 = U, 34 = I), modifiers the Carbon mask
-    // (2048 = Option, Alt here). False when the handler could not be installed or the
-    // combination could not be registered (usually because another client holds it).
-    bool registerHotKey(std::uint32_t keyCode, std::uint32_t modifiers,
+    // The shortcuts must outlive the manager; by default the installed backend's.
+    HotKeyManager();
+    explicit HotKeyManager(platform::GlobalShortcuts &shortcuts);
+    ~HotKeyManager() override;
+
+    // Asks the desktop for the combination under a name the desktop may show and remember
+    // (ids for the desktop: "launcher", "creator"). False when it was refused at once; true when
+    // it is bound or the desktop has not answered yet. Each registration takes the next id,
+    // counted from 1 and never reused, whether it succeeds or not.
+    bool registerHotKey(const QString &name, const QString &description, const QKeySequence &keys,
                         std::function<void()> onFire);
     void unregisterAll();
 
-private:
-    bool installEventHandler();
-    static std::uint32_t fourCharCode(std::string_view text);
-    static platform::OSStatus handleHotKeyEvent(void *handlerCallRef,
-                                                const platform::HotKeyEvent *event, void *userData);
+    // Runs `done` once no registration waits for the desktop's answer, or after `limit` at the
+    // latest, with the registrations that are not bound by then (in registration order; one
+    // still unanswered counts as not given). Desktops that bind at once answer within a turn of
+    // the event loop; one that shows the user a dialog may take as long as the user does, and
+    // one that never answers must not hold the start-up warning back for ever. Answers that
+    // arrive later still bind or refuse the key, but nobody is told.
+    void whenSettled(int limitMilliseconds, std::function<void(QList<Failure>)> done);
 
+private:
+    enum class State
+    {
+        pending,
+        bound,
+        refused
+    };
     struct Registered
     {
-        platform::EventHotKeyRef ref = nullptr;
+        QString name;
         std::function<void()> onFire;
+        State state = State::pending;
+        platform::ShortcutRefusal reason = platform::ShortcutRefusal::notGiven;
     };
 
-    platform::HotKeyService &m_service;
-    // By id.
-    std::unordered_map<std::uint32_t, Registered> registered;
-    std::optional<platform::EventHandlerRef> eventHandler;
+    Registered *find(const QString &name);
+    void answered(const QString &name, State state, platform::ShortcutRefusal reason);
+    void settleIfAnswered();
+    void settle();
+
+    platform::GlobalShortcuts &m_shortcuts;
+    // By id, so registration order is id order.
+    std::map<std::uint32_t, Registered> m_registered;
     // Never reset, so an id is never reused within a process.
-    std::uint32_t nextID = 1;
+    std::uint32_t m_nextID = 1;
+    std::function<void(QList<Failure>)> m_onSettled;
+    QTimer m_settleTimer;
 };
 
 } // namespace pindle

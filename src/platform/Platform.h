@@ -1,17 +1,20 @@
 #pragma once
 
 // The desktop services Pindle needs, behind small interfaces. One backend is chosen at start-up
-// (X11 in the application, fakes in tests) and installed with setServices(); callers reach it
-// through services() and never ask which backend runs.
+// from the window system Qt runs on (fakes in tests) and installed with setServices(); callers
+// reach it through services() and never ask which backend runs.
 
 #include <QIcon>
+#include <QKeySequence>
 #include <QList>
+#include <QObject>
 #include <QPointF>
 #include <QRectF>
 #include <QString>
 #include <QUrl>
 
 #include <cstdint>
+#include <expected>
 #include <memory>
 #include <optional>
 
@@ -19,67 +22,42 @@ class QWindow;
 
 namespace pindle::platform {
 
-// ---- Global hot keys, shaped like the Carbon Event Manager calls HotKeyManager is written
-// against: a status of noErr on success, a non-null reference per registered key, and each press
-// delivered to the installed handler on the main thread with its id record.
+// ---- System-wide shortcuts, as the desktop grants them: asked for by id, a description the
+// desktop may show in its settings, and a key combination. The desktop answers each request
+// with bound() or refused(), possibly before bind() returns (a backend that knows at once) or
+// much later (one that asks over D-Bus, or asks the user). Presses arrive as activated() on the
+// main thread, outside the window system's event handling.
 
-using OSStatus = std::int32_t;
-inline constexpr OSStatus noErr = 0;
-inline constexpr OSStatus eventParameterNotFoundErr = -9870;
-inline constexpr OSStatus eventInternalErr = -9868;
-inline constexpr OSStatus eventHotKeyExistsErr = -9878;
-inline constexpr OSStatus eventHotKeyInvalidErr = -9879;
-
-struct EventHotKeyID
+enum class ShortcutRefusal
 {
-    std::uint32_t signature = 0;
-    std::uint32_t id = 0;
+    // Another program holds the combination.
+    heldElsewhere,
+    // This desktop does not hand out shortcuts, or would not give this one.
+    notGiven,
 };
 
-struct OpaqueEventHotKeyRef;
-using EventHotKeyRef = OpaqueEventHotKeyRef *;
-struct OpaqueEventHandlerRef;
-using EventHandlerRef = OpaqueEventHandlerRef *;
-
-// A hot-key press as the service hands it to the handler.
-struct HotKeyEvent
+class GlobalShortcuts : public QObject
 {
-    std::optional<EventHotKeyID> hotKeyID;
-};
-
-using EventHandlerProc = OSStatus (*)(void *handlerCallRef, const HotKeyEvent *event,
-                                      void *userData);
-
-// GetEventParameter(kEventParamDirectObject, typeEventHotKeyID).
-inline OSStatus getEventHotKeyID(const HotKeyEvent *event, EventHotKeyID *out)
-{
-    if (event == nullptr || !event->hotKeyID || out == nullptr)
-        return eventParameterNotFoundErr;
-    *out = *event->hotKeyID;
-    return noErr;
-}
-
-class HotKeyService
-{
+    Q_OBJECT
 public:
-    virtual ~HotKeyService() = default;
-    // One handler for hot-key-pressed events on the application target.
-    virtual OSStatus installEventHandler(EventHandlerProc handler, void *userData,
-                                         EventHandlerRef *outRef) = 0;
-    virtual OSStatus removeEventHandler(EventHandlerRef ref) = 0;
-    // keyCode is a macOS virtual key code (32 = U, 34 = I), modifiers the Carbon mask
-    // (2048 = Option, which is Alt here). Fails when another client holds the combination.
-    virtual OSStatus registerEventHotKey(std::uint32_t keyCode, std::uint32_t modifiers,
-                                         EventHotKeyID id, EventHotKeyRef *outRef) = 0;
-    virtual OSStatus unregisterEventHotKey(EventHotKeyRef ref) = 0;
+    using QObject::QObject;
+    // Ids are unique among the shortcuts bound; binding an id again asks again.
+    virtual void bind(const QString &id, const QString &description, const QKeySequence &keys) = 0;
+    // Lets go of a shortcut; its presses stop. Unknown ids are ignored.
+    virtual void release(const QString &id) = 0;
+
+Q_SIGNALS:
+    void bound(const QString &id);
+    void refused(const QString &id, pindle::platform::ShortcutRefusal reason);
+    void activated(const QString &id);
 };
 
-// ---- The frontmost application and its reactivation.
+// ---- The window that had the focus before a panel opened, and giving it back.
 
 struct RunningApplication
 {
     std::int64_t processIdentifier = 0;
-    // The window that made it frontmost (an X11 window id); 0 when unknown.
+    // The window that made it frontmost (a window-system id); 0 when unknown.
     std::uint64_t window = 0;
 };
 
@@ -87,6 +65,9 @@ class FocusService
 {
 public:
     virtual ~FocusService() = default;
+    // True where the desktop gives the focus back to the previous window by itself when a panel
+    // hides; there is then nothing to capture or restore.
+    virtual bool restoresFocusItself() = 0;
     virtual std::optional<RunningApplication> frontmostApplication() = 0;
     virtual bool isTerminated(const RunningApplication &application) = 0;
     // False when the request could not be sent; callers ignore the answer.
@@ -139,6 +120,9 @@ public:
     virtual QPointF mouseLocation() = 0;
     virtual QRectF toWindowSystem(const QRectF &frame) = 0;
     virtual QRectF fromWindowSystem(const QRectF &geometry) = 0;
+    // False where the compositor alone places top-level windows: the program then only sizes
+    // them.
+    virtual bool canPlaceWindows() = 0;
 };
 
 // ---- This application: activation and its presence in task bars.
@@ -164,7 +148,7 @@ public:
 
 struct Services
 {
-    std::unique_ptr<HotKeyService> hotKeys;
+    std::unique_ptr<GlobalShortcuts> shortcuts;
     std::unique_ptr<FocusService> focus;
     std::unique_ptr<Workspace> workspace;
     std::unique_ptr<Pasteboard> pasteboard;
@@ -176,5 +160,14 @@ struct Services
 Services &services();
 // Replaces the installed backend; the previous one is destroyed.
 void setServices(Services backend);
+
+// Call before constructing the application object: Qt aborts when it cannot reach a display, so
+// check first. On failure, one line (without a program name) for the caller to print before it
+// exits with status 1.
+std::expected<void, QString> checkDisplay();
+
+// The backend for the window system Qt runs on (QGuiApplication::platformName()); a desktop
+// Pindle has no backend for gets one whose shortcuts are all refused. Needs a QGuiApplication.
+Services createServices();
 
 } // namespace pindle::platform

@@ -16,6 +16,9 @@
 #include <QPixmap>
 #include <QScreen>
 #include <QStandardPaths>
+#include <QWindow>
+
+#include <unistd.h>
 
 #include <utility>
 
@@ -163,6 +166,26 @@ QRectF QtScreens::fromWindowSystem(const QRectF &geometry)
     return QRectF(geometry.x() - primary.x(),
                   primary.y() + primary.height() - geometry.y() - geometry.height(),
                   geometry.width(), geometry.height());
+}
+
+std::int64_t PassiveFocusService::currentProcessIdentifier()
+{
+    return getpid();
+}
+
+void QtApplication::activateIgnoringOtherApps()
+{
+    if (QWindow *window = QGuiApplication::focusWindow())
+        window->requestActivate();
+}
+
+void QtApplication::makeKeyAndOrderFront(QWindow *window)
+{
+    if (window == nullptr)
+        return;
+    window->show();
+    window->raise();
+    window->requestActivate();
 }
 
 } // namespace pindle::platform

@@ -40,11 +40,54 @@ public:
 class QtScreens : public Screens
 {
 public:
+    explicit QtScreens(bool canPlaceWindows) : m_canPlaceWindows(canPlaceWindows) {}
     QList<Screen> screens() override;
     std::optional<Screen> mainScreen() override;
     QPointF mouseLocation() override;
     QRectF toWindowSystem(const QRectF &frame) override;
     QRectF fromWindowSystem(const QRectF &geometry) override;
+    bool canPlaceWindows() override { return m_canPlaceWindows; }
+
+private:
+    bool m_canPlaceWindows;
+};
+
+// For desktops that give the focus back to the previous window themselves when a panel hides.
+class PassiveFocusService : public FocusService
+{
+public:
+    bool restoresFocusItself() override { return true; }
+    std::optional<RunningApplication> frontmostApplication() override { return std::nullopt; }
+    bool isTerminated(const RunningApplication &) override { return true; }
+    bool activate(const RunningApplication &) override { return false; }
+    std::int64_t currentProcessIdentifier() override;
+};
+
+// Activation as Qt alone offers it: the window asks for the focus, the desktop decides.
+class QtApplication : public Application
+{
+public:
+    explicit QtApplication(bool isCompositing) : m_isCompositing(isCompositing) {}
+    // Nothing to do: panels keep out of task bars as tool windows.
+    void setActivationPolicy(ActivationPolicy) override {}
+    void activateIgnoringOtherApps() override;
+    void makeKeyAndOrderFront(QWindow *window) override;
+    bool isCompositing() override { return m_isCompositing; }
+
+private:
+    bool m_isCompositing;
+};
+
+// For a desktop Pindle cannot ask for shortcuts: every one is refused, so the user learns to bind
+// the toggle command instead.
+class RefusingShortcuts : public GlobalShortcuts
+{
+public:
+    void bind(const QString &id, const QString &, const QKeySequence &) override
+    {
+        Q_EMIT refused(id, ShortcutRefusal::notGiven);
+    }
+    void release(const QString &) override {}
 };
 
 } // namespace pindle::platform

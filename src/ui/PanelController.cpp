@@ -47,13 +47,10 @@ bool isDark(const QPalette &palette)
     return palette.color(QPalette::Window).lightness() < 128;
 }
 
-// Whether something blends translucent windows with what lies behind them. Wayland always does;
-// on X11 only while a compositing manager runs. Without one the panel stays opaque and cuts its
-// corners with a mask.
+// Whether something blends translucent windows with what lies behind them. Without it the panel
+// stays opaque and cuts its corners with a mask.
 bool compositorRuns()
 {
-    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland")))
-        return true;
     platform::Application *application = platform::services().application.get();
     return application != nullptr && application->isCompositing();
 }
@@ -136,9 +133,14 @@ KeyablePanel::KeyablePanel(QWidget *parent) : QWidget(parent)
 void KeyablePanel::setFrame(const QRectF &frame, bool display)
 {
     m_frame = frame;
-    const QRectF geometry = platform::services().screens->toWindowSystem(frame);
-    setGeometry(QRect(qRound(geometry.x()), qRound(geometry.y()), qRound(geometry.width()),
-                      qRound(geometry.height())));
+    platform::Screens &screens = *platform::services().screens;
+    const QRectF geometry = screens.toWindowSystem(frame);
+    // Where the compositor places windows, the panel only tells it its size.
+    if (screens.canPlaceWindows())
+        setGeometry(QRect(qRound(geometry.x()), qRound(geometry.y()), qRound(geometry.width()),
+                          qRound(geometry.height())));
+    else
+        resize(qRound(geometry.width()), qRound(geometry.height()));
     if (display && isVisible())
         repaint();
 }
@@ -323,6 +325,8 @@ void PanelController::present()
 
 void PanelController::positionWindow()
 {
+    if (!platform::services().screens->canPlaceWindows())
+        return;
     const std::optional<platform::Screen> screen = screenUnderMouse();
     if (!screen)
         return;

@@ -19,10 +19,9 @@ using platform::ActivationPolicy;
 
 namespace {
 
-constexpr std::uint32_t keyU = 32;
-constexpr std::uint32_t keyI = 34;
-constexpr std::uint32_t option = 2048;
 constexpr std::int64_t previousApp = 777;
+const QString launcherId = QStringLiteral("launcher");
+const QString creatorId = QStringLiteral("creator");
 
 class Delegate : public testing::Test
 {
@@ -41,6 +40,14 @@ protected:
 
     void TearDown() override { delegate.reset(); }
 
+    // The start-up warning follows the desktop's answers through the event loop.
+    std::optional<ui::Alert> warning()
+    {
+        [[maybe_unused]] const bool shown =
+            QTest::qWaitFor([] { return ui::Alert::lastAlert().has_value(); });
+        return ui::Alert::lastAlert();
+    }
+
     platform::fake::FakePlatform fakes;
     std::unique_ptr<app::AppDelegate> delegate;
 };
@@ -52,13 +59,14 @@ using DelegateTerminating = Delegate;
 TEST_F(DelegateLaunching, RegistersAltUThenAltIAndStaysAnAccessory)
 {
     launch();
-    const auto registered = fakes.hotKeys->registered();
-    ASSERT_EQ(registered.size(), 2);
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> byId(3);
-    for (const auto &registration : registered)
-        byId.at(registration.id.id) = {registration.keyCode, registration.modifiers};
-    EXPECT_EQ(byId[1], std::make_pair(keyU, option));
-    EXPECT_EQ(byId[2], std::make_pair(keyI, option));
+    const auto requests = fakes.shortcuts->requests;
+    ASSERT_EQ(requests.size(), 2);
+    EXPECT_EQ(requests[0].id, launcherId);
+    EXPECT_EQ(requests[0].keys, QKeySequence(Qt::ALT | Qt::Key_U));
+    EXPECT_EQ(requests[1].id, creatorId);
+    EXPECT_EQ(requests[1].keys, QKeySequence(Qt::ALT | Qt::Key_I));
+    // Both answered: the warning would be queued by now, so let it run if it were.
+    QCoreApplication::processEvents();
     EXPECT_FALSE(ui::Alert::lastAlert().has_value());
     EXPECT_EQ(fakes.application->policies, QList<ActivationPolicy>{ActivationPolicy::accessory});
     ASSERT_NE(delegate->launcher(), nullptr);
@@ -73,35 +81,35 @@ TEST_F(DelegateLaunching, RegistersAltUThenAltIAndStaysAnAccessory)
 
 TEST_F(DelegateLaunching, OneTakenKeyIsNamedInTheWarning)
 {
-    fakes.hotKeys->heldElsewhere.insert({keyI, option});
+    fakes.shortcuts->refuse.insert(creatorId, platform::ShortcutRefusal::heldElsewhere);
     ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
     launch();
-    const std::optional<ui::Alert> alert = ui::Alert::lastAlert();
+    const std::optional<ui::Alert> alert = warning();
     ASSERT_TRUE(alert.has_value());
-    EXPECT_EQ(alert->messageText, QStringLiteral("Couldn\u2019t register \u2325I"));
+    EXPECT_EQ(alert->messageText, QStringLiteral("Couldn\u2019t register Alt+I"));
     EXPECT_EQ(alert->informativeText,
-              QStringLiteral("Another application already owns \u2325I. Pindle is running, but "
+              QStringLiteral("Another application already owns Alt+I. Pindle is running, but "
                              "that shortcut won\u2019t open it until the other app releases the "
                              "key."));
     EXPECT_EQ(alert->style, ui::Alert::Style::warning);
     // No buttons of its own: the alert shows the single default one.
     EXPECT_TRUE(alert->buttons().isEmpty());
     // Alt+U still works.
-    EXPECT_TRUE(fakes.hotKeys->press(keyU, option));
+    EXPECT_TRUE(fakes.shortcuts->press(launcherId));
     EXPECT_TRUE(delegate->launcher()->isVisible());
 }
 
 TEST_F(DelegateLaunching, TwoTakenKeysAreNamedInOrderInOneWarning)
 {
-    fakes.hotKeys->heldElsewhere.insert({keyU, option});
-    fakes.hotKeys->heldElsewhere.insert({keyI, option});
+    fakes.shortcuts->refuse.insert(launcherId, platform::ShortcutRefusal::heldElsewhere);
+    fakes.shortcuts->refuse.insert(creatorId, platform::ShortcutRefusal::heldElsewhere);
     ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
     launch();
-    const std::optional<ui::Alert> alert = ui::Alert::lastAlert();
+    const std::optional<ui::Alert> alert = warning();
     ASSERT_TRUE(alert.has_value());
-    EXPECT_EQ(alert->messageText, QStringLiteral("Couldn\u2019t register \u2325U and \u2325I"));
+    EXPECT_EQ(alert->messageText, QStringLiteral("Couldn\u2019t register Alt+U and Alt+I"));
     EXPECT_EQ(alert->informativeText,
-              QStringLiteral("Another application already owns \u2325U and \u2325I. Pindle is "
+              QStringLiteral("Another application already owns Alt+U and Alt+I. Pindle is "
                              "running, but those shortcuts won\u2019t open it until the other app "
                              "releases the key."));
     // A task-bar entry and the focus only while the alert is up.
@@ -111,13 +119,47 @@ TEST_F(DelegateLaunching, TwoTakenKeysAreNamedInOrderInOneWarning)
     EXPECT_EQ(fakes.application->activations, 1);
 }
 
+TEST_F(DelegateLaunching, KeysTheDesktopDoesNotGiveAreReplacedByTheToggleCommand)
+{
+    const QString binary = QCoreApplication::applicationFilePath();
+    fakes.shortcuts->refuse.insert(creatorId, platform::ShortcutRefusal::notGiven);
+    ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
+    launch();
+    std::optional<ui::Alert> alert = warning();
+    ASSERT_TRUE(alert.has_value());
+    EXPECT_EQ(alert->messageText, QStringLiteral("Couldn\u2019t register Alt+I"));
+    EXPECT_EQ(alert->informativeText,
+              QStringLiteral("This desktop didn\u2019t give Pindle Alt+I. Pindle is running: to "
+                             "open it from the keyboard, bind this command to a key in the "
+                             "desktop\u2019s keyboard settings:\n\n") +
+                  binary + QStringLiteral(" --toggle creator"));
+
+    // Both keys, one of them held elsewhere: the command lines cover both, in order.
+    delegate.reset();
+    fakes = platform::fake::installFakePlatform();
+    fakes.shortcuts->refuse.insert(launcherId, platform::ShortcutRefusal::notGiven);
+    fakes.shortcuts->refuse.insert(creatorId, platform::ShortcutRefusal::heldElsewhere);
+    ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
+    launch();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [] { return ui::Alert::lastAlert()->messageText.contains(QStringLiteral("Alt+U")); }));
+    alert = ui::Alert::lastAlert();
+    EXPECT_EQ(alert->messageText, QStringLiteral("Couldn\u2019t register Alt+U and Alt+I"));
+    EXPECT_TRUE(alert->informativeText.endsWith(QStringLiteral("these commands to a key in the "
+                                                               "desktop\u2019s keyboard "
+                                                               "settings:\n\n") +
+                                                binary + QStringLiteral(" --toggle launcher\n") +
+                                                binary + QStringLiteral(" --toggle creator")))
+        << alert->informativeText.toStdString();
+}
+
 TEST_F(DelegateToggles, AltUShowsThenHidesTheLauncherAndRestoresFocus)
 {
     launch();
-    ASSERT_TRUE(fakes.hotKeys->press(keyU, option));
+    ASSERT_TRUE(fakes.shortcuts->press(launcherId));
     EXPECT_TRUE(delegate->launcher()->isVisible());
     QTest::keyClicks(delegate->launcher()->textField(), QStringLiteral("abc"));
-    ASSERT_TRUE(fakes.hotKeys->press(keyU, option));
+    ASSERT_TRUE(fakes.shortcuts->press(launcherId));
     EXPECT_FALSE(delegate->launcher()->isVisible());
     EXPECT_TRUE(delegate->launcher()->textField()->text().isEmpty());
     ASSERT_EQ(fakes.focus->activated.size(), 1);
@@ -134,7 +176,7 @@ TEST_F(DelegateToggles, AltIOpensTheCreatorOnlyForAWebAddress)
           std::optional(QStringLiteral("http:/example.com/")),
           std::optional(QStringLiteral("see https://example.com/"))}) {
         fakes.pasteboard->text = text;
-        ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+        ASSERT_TRUE(fakes.shortcuts->press(creatorId));
         EXPECT_FALSE(delegate->creator()->isVisible())
             << text.value_or(QStringLiteral("<none>")).toStdString();
     }
@@ -146,7 +188,7 @@ TEST_F(DelegateToggles, AltIKeepsTheAddressAsCopiedButTrimmed)
 {
     launch();
     fakes.pasteboard->text = QStringLiteral("  HTTPS://Example.COM/Path?q=1 \n");
-    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    ASSERT_TRUE(fakes.shortcuts->press(creatorId));
     ASSERT_TRUE(delegate->creator()->isVisible());
     EXPECT_EQ(delegate->creator()->urlField()->text(),
               QStringLiteral("HTTPS://Example.COM/Path?q=1"));
@@ -154,7 +196,7 @@ TEST_F(DelegateToggles, AltIKeepsTheAddressAsCopiedButTrimmed)
 
     // Pressed again it hides, whatever the clipboard holds now.
     fakes.pasteboard->text.reset();
-    ASSERT_TRUE(fakes.hotKeys->press(keyI, option));
+    ASSERT_TRUE(fakes.shortcuts->press(creatorId));
     EXPECT_FALSE(delegate->creator()->isVisible());
     EXPECT_EQ(fakes.focus->activated.size(), 1);
 }
@@ -162,11 +204,10 @@ TEST_F(DelegateToggles, AltIKeepsTheAddressAsCopiedButTrimmed)
 TEST_F(DelegateTerminating, LetsGoOfBothKeys)
 {
     launch();
-    ASSERT_EQ(fakes.hotKeys->registered().size(), 2);
+    ASSERT_EQ(fakes.shortcuts->boundIds().size(), 2);
     delegate->applicationWillTerminate();
-    EXPECT_TRUE(fakes.hotKeys->registered().isEmpty());
-    EXPECT_FALSE(fakes.hotKeys->hasHandler());
-    EXPECT_FALSE(fakes.hotKeys->press(keyU, option));
+    EXPECT_TRUE(fakes.shortcuts->boundIds().isEmpty());
+    EXPECT_FALSE(fakes.shortcuts->press(launcherId));
     EXPECT_FALSE(delegate->launcher()->isVisible());
 }
 

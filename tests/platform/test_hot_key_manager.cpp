@@ -1,160 +1,148 @@
 #include "platform/HotKeyManager.h"
 #include "platform/fake/FakePlatform.h"
 
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <optional>
 
 using namespace pindle;
-using platform::fake::FakeHotKeyService;
+using platform::ShortcutRefusal;
+using platform::fake::FakeGlobalShortcuts;
 
 namespace {
 
-constexpr std::uint32_t keyU = 32;
-constexpr std::uint32_t keyI = 34;
-constexpr std::uint32_t keyO = 31;
-constexpr std::uint32_t option = 2048;
-constexpr std::uint32_t qvtr = 0x71767472;
-
-// The ids the service was asked to register, in registration order.
-QList<std::uint32_t> registeredIDs(const FakeHotKeyService &service)
-{
-    QList<std::uint32_t> ids;
-    for (const FakeHotKeyService::Registration &r : service.registered())
-        ids << r.id.id;
-    std::sort(ids.begin(), ids.end());
-    return ids;
-}
+const QKeySequence altU(Qt::ALT | Qt::Key_U);
+const QKeySequence altI(Qt::ALT | Qt::Key_I);
 
 class HotKeys : public testing::Test
 {
 protected:
-    FakeHotKeyService service;
-    HotKeyManager manager{service};
+    // What whenSettled reported, once it has, within a generous bound.
+    std::optional<QList<HotKeyManager::Failure>> settle(int limitMilliseconds)
+    {
+        std::optional<QList<HotKeyManager::Failure>> result;
+        manager.whenSettled(limitMilliseconds, [&](const QList<HotKeyManager::Failure> &failures) {
+            result = failures;
+        });
+        const QDeadlineTimer deadline(limitMilliseconds + 5000);
+        while (!result && !deadline.hasExpired())
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 10);
+        return result;
+    }
+
+    FakeGlobalShortcuts desktop;
+    HotKeyManager manager{desktop};
     int fired = 0;
 };
 
 } // namespace
 
-TEST_F(HotKeys, firstRegistrationInstallsTheHandlerAndNumbersFromOne)
-{
-    EXPECT_TRUE(manager.registerHotKey(keyU, option, [] {}));
-    EXPECT_TRUE(service.hasHandler());
-    EXPECT_TRUE(manager.registerHotKey(keyI, option, [] {}));
-    EXPECT_EQ(service.installCount, 1);
-
-    const QList<FakeHotKeyService::Registration> registered = service.registered();
-    ASSERT_EQ(registered.size(), 2);
-    for (const FakeHotKeyService::Registration &r : registered) {
-        EXPECT_EQ(r.id.signature, qvtr);
-        EXPECT_EQ(r.modifiers, option);
-        EXPECT_EQ(r.id.id, r.keyCode == keyU ? 1u : 2u);
-    }
-}
-
 TEST_F(HotKeys, pressRunsTheActionOfThatKeyOnly)
 {
     int launcher = 0, creator = 0;
-    ASSERT_TRUE(manager.registerHotKey(keyU, option, [&] { ++launcher; }));
-    ASSERT_TRUE(manager.registerHotKey(keyI, option, [&] { ++creator; }));
-    ASSERT_TRUE(service.press(keyI, option));
-    ASSERT_TRUE(service.press(keyI, option));
+    ASSERT_TRUE(
+        manager.registerHotKey(u"launcher"_qs, u"Show the launcher"_qs, altU, [&] { ++launcher; }));
+    ASSERT_TRUE(
+        manager.registerHotKey(u"creator"_qs, u"Show the creator"_qs, altI, [&] { ++creator; }));
+    ASSERT_EQ(desktop.requests.size(), 2);
+    EXPECT_EQ(desktop.requests[0].keys, altU);
+    EXPECT_EQ(desktop.requests[1].description, u"Show the creator"_qs);
+
+    ASSERT_TRUE(desktop.press(u"creator"_qs));
+    ASSERT_TRUE(desktop.press(u"creator"_qs));
     EXPECT_EQ(creator, 2);
     EXPECT_EQ(launcher, 0);
 }
 
-TEST_F(HotKeys, failedRegistrationStillUsesItsID)
+TEST_F(HotKeys, keyRefusedAtOnceAnswersFalseAndNeverFires)
 {
-    service.heldElsewhere.insert({keyU, option});
-    EXPECT_FALSE(manager.registerHotKey(keyU, option, [&] { ++fired; }));
-    EXPECT_TRUE(service.registered().isEmpty());
-    EXPECT_TRUE(manager.registerHotKey(keyI, option, [] {}));
-    EXPECT_EQ(registeredIDs(service), QList<std::uint32_t>{2});
-
-    // A "success" without a reference is a failure too, and uses its id as well.
-    service.returnNullRef = true;
-    EXPECT_FALSE(manager.registerHotKey(keyO, option, [&] { ++fired; }));
-    service.returnNullRef = false;
-    EXPECT_TRUE(manager.registerHotKey(keyO, option, [] {}));
-    EXPECT_EQ(registeredIDs(service), (QList<std::uint32_t>{2, 4}));
-
-    // The failed key's action was never stored.
-    EXPECT_EQ(service.deliver({platform::EventHotKeyID{qvtr, 1}}), platform::noErr);
-    EXPECT_EQ(service.deliver({platform::EventHotKeyID{qvtr, 3}}), platform::noErr);
+    desktop.refuse.insert(u"launcher"_qs, ShortcutRefusal::heldElsewhere);
+    EXPECT_FALSE(manager.registerHotKey(u"launcher"_qs, {}, altU, [&] { ++fired; }));
+    EXPECT_TRUE(manager.registerHotKey(u"creator"_qs, {}, altI, [] {}));
+    // A desktop that reports a press of a key it refused anyway.
+    Q_EMIT desktop.activated(u"launcher"_qs);
     EXPECT_EQ(fired, 0);
+    // The same name twice is refused without asking the desktop again.
+    EXPECT_FALSE(manager.registerHotKey(u"creator"_qs, {}, altU, [] {}));
+    EXPECT_EQ(desktop.requests.size(), 2);
 }
 
-TEST_F(HotKeys, handlerThatCannotBeInstalledUsesNoIDAndIsRetried)
+TEST_F(HotKeys, unregisterAllReleasesEverythingAndKeysCanBeTakenAgain)
 {
-    service.failInstall = true;
-    EXPECT_FALSE(manager.registerHotKey(keyU, option, [] {}));
-    EXPECT_TRUE(service.registered().isEmpty());
-
-    service.failInstall = false;
-    EXPECT_TRUE(manager.registerHotKey(keyU, option, [] {}));
-    EXPECT_EQ(service.installCount, 2);
-    EXPECT_EQ(registeredIDs(service), QList<std::uint32_t>{1});
-}
-
-TEST_F(HotKeys, unregisterAllReleasesEverythingAndIDsKeepCounting)
-{
-    ASSERT_TRUE(manager.registerHotKey(keyU, option, [&] { ++fired; }));
-    ASSERT_TRUE(manager.registerHotKey(keyI, option, [&] { ++fired; }));
-
+    ASSERT_TRUE(manager.registerHotKey(u"launcher"_qs, {}, altU, [&] { ++fired; }));
+    ASSERT_TRUE(manager.registerHotKey(u"creator"_qs, {}, altI, [&] { ++fired; }));
     manager.unregisterAll();
-    EXPECT_TRUE(service.registered().isEmpty());
-    EXPECT_EQ(service.unregisterCount, 2);
-    EXPECT_FALSE(service.hasHandler());
-    EXPECT_FALSE(service.press(keyU, option));
-
-    // Again, with nothing registered: nothing to release, no handler to remove.
+    EXPECT_TRUE(desktop.boundIds().isEmpty());
     manager.unregisterAll();
-    EXPECT_EQ(service.unregisterCount, 2);
-    EXPECT_EQ(service.removeCount, 1);
 
-    ASSERT_TRUE(manager.registerHotKey(keyU, option, [&] { ++fired; }));
-    EXPECT_EQ(service.installCount, 2);
-    EXPECT_EQ(registeredIDs(service), QList<std::uint32_t>{3});
-    ASSERT_TRUE(service.press(keyU, option));
-    EXPECT_EQ(fired, 1);
-}
-
-TEST_F(HotKeys, eventsWithoutAKnownIDAreHandledAndIgnored)
-{
-    ASSERT_TRUE(manager.registerHotKey(keyU, option, [&] { ++fired; }));
-    EXPECT_EQ(service.deliver({platform::EventHotKeyID{qvtr, 99}}), platform::noErr);
-    EXPECT_EQ(service.deliver(platform::HotKeyEvent{}), platform::noErr);
-    // The signature is not compared: the id alone names the key.
-    EXPECT_EQ(service.deliver({platform::EventHotKeyID{0, 1}}), platform::noErr);
+    ASSERT_TRUE(manager.registerHotKey(u"launcher"_qs, {}, altU, [&] { ++fired; }));
+    ASSERT_TRUE(desktop.press(u"launcher"_qs));
     EXPECT_EQ(fired, 1);
 }
 
 TEST_F(HotKeys, actionMayUnregisterItsOwnKey)
 {
-    ASSERT_TRUE(manager.registerHotKey(keyU, option, [&] {
+    ASSERT_TRUE(manager.registerHotKey(u"launcher"_qs, {}, altU, [&] {
         manager.unregisterAll();
         ++fired;
     }));
-    ASSERT_TRUE(service.press(keyU, option));
+    ASSERT_TRUE(desktop.press(u"launcher"_qs));
     EXPECT_EQ(fired, 1);
-    EXPECT_TRUE(service.registered().isEmpty());
+    EXPECT_TRUE(desktop.boundIds().isEmpty());
 }
 
-TEST(HotKeyManager, destructionUnregistersEverything)
+TEST_F(HotKeys, settlesOnceTheDesktopHasAnsweredEveryKey)
 {
-    FakeHotKeyService service;
+    desktop.held = true;
+    desktop.refuse.insert(u"creator"_qs, ShortcutRefusal::notGiven);
+    // Not refused yet: the desktop has not answered.
+    ASSERT_TRUE(manager.registerHotKey(u"launcher"_qs, {}, altU, [&] { ++fired; }));
+    ASSERT_TRUE(manager.registerHotKey(u"creator"_qs, {}, altI, [] {}));
+    bool answered = false;
+    QMetaObject::invokeMethod(
+        &desktop,
+        [&] {
+            answered = true;
+            desktop.answer();
+        },
+        Qt::QueuedConnection);
+
+    const auto failures = settle(60'000);
+    ASSERT_TRUE(failures);
+    EXPECT_TRUE(answered);
+    ASSERT_EQ(failures->size(), 1);
+    EXPECT_EQ(failures->at(0).name, u"creator"_qs);
+    EXPECT_EQ(failures->at(0).reason, ShortcutRefusal::notGiven);
+    ASSERT_TRUE(desktop.press(u"launcher"_qs));
+    EXPECT_EQ(fired, 1);
+}
+
+TEST_F(HotKeys, desktopThatNeverAnswersSettlesAtTheLimitWithKeysInOrder)
+{
+    desktop.held = true;
+    ASSERT_TRUE(manager.registerHotKey(u"launcher"_qs, {}, altU, [&] { ++fired; }));
+    ASSERT_TRUE(manager.registerHotKey(u"creator"_qs, {}, altI, [] {}));
+    const auto failures = settle(50);
+    ASSERT_TRUE(failures);
+    ASSERT_EQ(failures->size(), 2);
+    EXPECT_EQ(failures->at(0).name, u"launcher"_qs);
+    EXPECT_EQ(failures->at(1).name, u"creator"_qs);
+
+    // A late grant still makes the key work.
+    desktop.answer();
+    ASSERT_TRUE(desktop.press(u"launcher"_qs));
+    EXPECT_EQ(fired, 1);
+}
+
+TEST(HotKeyManager, destructionReleasesEverything)
+{
+    FakeGlobalShortcuts desktop;
     {
-        HotKeyManager manager(service);
-        ASSERT_TRUE(manager.registerHotKey(keyU, option, [] {}));
+        HotKeyManager manager(desktop);
+        ASSERT_TRUE(manager.registerHotKey(u"launcher"_qs, {}, altU, [] {}));
     }
-    EXPECT_TRUE(service.registered().isEmpty());
-    EXPECT_FALSE(service.hasHandler());
-}
-
-TEST(HotKeyManager, defaultsToTheInstalledBackend)
-{
-    const platform::fake::FakePlatform fakes = platform::fake::installFakePlatform();
-    HotKeyManager manager;
-    ASSERT_TRUE(manager.registerHotKey(keyU, option, [] {}));
-    EXPECT_EQ(fakes.hotKeys->registered().size(), 1);
+    EXPECT_TRUE(desktop.boundIds().isEmpty());
 }

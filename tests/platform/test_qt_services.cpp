@@ -124,7 +124,7 @@ TEST(Pasteboard, writesReadsAndClearsPlainText)
 
 TEST(Screens, framesFlipAboutThePrimaryScreensBottomEdge)
 {
-    QtScreens screens;
+    QtScreens screens(true);
     const QRect primary = QGuiApplication::primaryScreen()->geometry();
     ASSERT_EQ(primary.topLeft(), QPoint(0, 0));
     const std::optional<Screen> main = screens.mainScreen();
@@ -139,7 +139,7 @@ TEST(Screens, framesFlipAboutThePrimaryScreensBottomEdge)
 
 TEST(Screens, pointerOnTheTopRowIsInsideItsScreen)
 {
-    QtScreens screens;
+    QtScreens screens(true);
     QCursor::setPos(5, 0);
     if (QCursor::pos() != QPoint(5, 0))
         GTEST_SKIP() << "this Qt platform cannot move the pointer";

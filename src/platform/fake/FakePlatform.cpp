@@ -1,75 +1,41 @@
 #include "platform/fake/FakePlatform.h"
 
+#include <utility>
+
 namespace pindle::platform::fake {
 
-OSStatus FakeHotKeyService::installEventHandler(EventHandlerProc handler, void *userData,
-                                                EventHandlerRef *outRef)
+void FakeGlobalShortcuts::bind(const QString &id, const QString &description,
+                               const QKeySequence &keys)
 {
-    ++installCount;
-    if (failInstall || handler == nullptr)
-        return eventInternalErr;
-    m_handler = handler;
-    m_userData = userData;
-    if (outRef != nullptr)
-        *outRef = reinterpret_cast<EventHandlerRef>(this);
-    return noErr;
+    requests.append({id, description, keys});
+    if (held)
+        m_unanswered.append(id);
+    else
+        answerNow(id);
 }
 
-OSStatus FakeHotKeyService::removeEventHandler(EventHandlerRef)
+void FakeGlobalShortcuts::answer()
 {
-    ++removeCount;
-    m_handler = nullptr;
-    m_userData = nullptr;
-    return noErr;
+    for (const QString &id : std::exchange(m_unanswered, {}))
+        answerNow(id);
 }
 
-OSStatus FakeHotKeyService::registerEventHotKey(std::uint32_t keyCode, std::uint32_t modifiers,
-                                                EventHotKeyID id, EventHotKeyRef *outRef)
+bool FakeGlobalShortcuts::press(const QString &id)
 {
-    if (heldElsewhere.contains({keyCode, modifiers}))
-        return eventHotKeyExistsErr;
-    for (const Registration &r : std::as_const(m_registrations)) {
-        if (r.keyCode == keyCode && r.modifiers == modifiers)
-            return eventHotKeyExistsErr;
-    }
-    if (outRef == nullptr)
-        return eventHotKeyInvalidErr;
-    if (returnNullRef) {
-        *outRef = nullptr;
-        return noErr;
-    }
-    const std::uintptr_t ref = m_nextRef++;
-    m_registrations.insert(ref, {keyCode, modifiers, id});
-    *outRef = reinterpret_cast<EventHotKeyRef>(ref);
-    return noErr;
-}
-
-OSStatus FakeHotKeyService::unregisterEventHotKey(EventHotKeyRef ref)
-{
-    ++unregisterCount;
-    return m_registrations.remove(reinterpret_cast<std::uintptr_t>(ref)) ? noErr
-                                                                         : eventHotKeyInvalidErr;
-}
-
-bool FakeHotKeyService::press(std::uint32_t keyCode, std::uint32_t modifiers)
-{
-    if (m_handler == nullptr)
+    if (!m_bound.contains(id))
         return false;
-    for (const Registration &r : std::as_const(m_registrations)) {
-        if (r.keyCode == keyCode && r.modifiers == modifiers) {
-            const HotKeyEvent event{r.id};
-            m_handler(nullptr, &event, m_userData);
-            return true;
-        }
-    }
-    return false;
+    Q_EMIT activated(id);
+    return true;
 }
 
-std::optional<OSStatus> FakeHotKeyService::deliver(const HotKeyEvent &event)
+void FakeGlobalShortcuts::answerNow(const QString &id)
 {
-    if (m_handler == nullptr)
-        return std::nullopt;
-    return m_handler(nullptr, &event, m_userData);
+    if (const auto found = refuse.constFind(id); found != refuse.constEnd()) {
+        Q_EMIT refused(id, *found);
+        return;
+    }
+    m_bound.append(id);
+    Q_EMIT bound(id);
 }
 
 FakeScreens::FakeScreens()
@@ -96,8 +62,8 @@ FakePlatform installFakePlatform()
 {
     FakePlatform fakes;
     Services backend;
-    backend.hotKeys = std::make_unique<FakeHotKeyService>();
-    fakes.hotKeys = static_cast<FakeHotKeyService *>(backend.hotKeys.get());
+    backend.shortcuts = std::make_unique<FakeGlobalShortcuts>();
+    fakes.shortcuts = static_cast<FakeGlobalShortcuts *>(backend.shortcuts.get());
     backend.focus = std::make_unique<FakeFocusService>();
     fakes.focus = static_cast<FakeFocusService *>(backend.focus.get());
     backend.workspace = std::make_unique<FakeWorkspace>();

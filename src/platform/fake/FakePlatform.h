@@ -11,51 +11,42 @@
 
 namespace pindle::platform::fake {
 
-class FakeHotKeyService : public HotKeyService
+// Answers each bind() at once (bound, or refused for the ids in refuse) unless held is set, in
+// which case the answers wait for answer().
+class FakeGlobalShortcuts : public GlobalShortcuts
 {
 public:
-    struct Registration
+    struct Request
     {
-        std::uint32_t keyCode = 0;
-        std::uint32_t modifiers = 0;
-        EventHotKeyID id;
+        QString id;
+        QString description;
+        QKeySequence keys;
     };
 
-    OSStatus installEventHandler(EventHandlerProc handler, void *userData,
-                                 EventHandlerRef *outRef) override;
-    OSStatus removeEventHandler(EventHandlerRef ref) override;
-    OSStatus registerEventHotKey(std::uint32_t keyCode, std::uint32_t modifiers, EventHotKeyID id,
-                                 EventHotKeyRef *outRef) override;
-    OSStatus unregisterEventHotKey(EventHotKeyRef ref) override;
+    void bind(const QString &id, const QString &description, const QKeySequence &keys) override;
+    void release(const QString &id) override { m_bound.removeAll(id); }
 
-    // Delivers a press of a registered combination to the handler, as the X server would.
-    // False when no handler is installed or the combination is not registered.
-    bool press(std::uint32_t keyCode, std::uint32_t modifiers);
-    // Delivers an arbitrary event to the installed handler; returns the handler's status.
-    std::optional<OSStatus> deliver(const HotKeyEvent &event);
+    // Sends the answers held back so far.
+    void answer();
+    // A press of a bound shortcut, as the desktop would report it. False when it is not bound.
+    bool press(const QString &id);
 
-    // Combinations another client holds: registering them fails.
-    QSet<std::pair<std::uint32_t, std::uint32_t>> heldElsewhere;
-    bool failInstall = false;
-    // Registration succeeds but hands back no reference.
-    bool returnNullRef = false;
-
-    QList<Registration> registered() const { return m_registrations.values(); }
-    bool hasHandler() const { return m_handler != nullptr; }
-    int installCount = 0;
-    int removeCount = 0;
-    int unregisterCount = 0;
+    QHash<QString, ShortcutRefusal> refuse;
+    bool held = false;
+    QList<Request> requests;
+    QStringList boundIds() const { return m_bound; }
 
 private:
-    EventHandlerProc m_handler = nullptr;
-    void *m_userData = nullptr;
-    std::uintptr_t m_nextRef = 1;
-    QHash<std::uintptr_t, Registration> m_registrations;
+    void answerNow(const QString &id);
+
+    QStringList m_bound;
+    QStringList m_unanswered;
 };
 
 class FakeFocusService : public FocusService
 {
 public:
+    bool restoresFocusItself() override { return restoresItself; }
     std::optional<RunningApplication> frontmostApplication() override { return frontmost; }
     bool isTerminated(const RunningApplication &application) override
     {
@@ -73,6 +64,7 @@ public:
     QSet<std::int64_t> terminated;
     QList<RunningApplication> activated;
     std::int64_t ownProcessIdentifier = 4242;
+    bool restoresItself = false;
 };
 
 class FakeWorkspace : public Workspace
@@ -125,10 +117,12 @@ public:
     // Flips y about the first screen's height, as the X11 backend flips about the primary's.
     QRectF toWindowSystem(const QRectF &frame) override;
     QRectF fromWindowSystem(const QRectF &geometry) override;
+    bool canPlaceWindows() override { return canPlace; }
 
     QList<Screen> all;
     std::optional<Screen> main;
     QPointF mouse;
+    bool canPlace = true;
 };
 
 class FakeApplication : public Application
@@ -149,7 +143,7 @@ public:
 // setServices().
 struct FakePlatform
 {
-    FakeHotKeyService *hotKeys = nullptr;
+    FakeGlobalShortcuts *shortcuts = nullptr;
     FakeFocusService *focus = nullptr;
     FakeWorkspace *workspace = nullptr;
     FakePasteboard *pasteboard = nullptr;

@@ -10,6 +10,7 @@ namespace pindle::platform::x11 {
 class X11FocusService final : public FocusService
 {
 public:
+    bool restoresFocusItself() override { return false; }
     std::optional<RunningApplication> frontmostApplication() override;
     // Its window is gone, or its process is.
     bool isTerminated(const RunningApplication &application) override;

@@ -3,7 +3,7 @@
 #include "platform/QtServices.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11FocusService.h"
-#include "platform/x11/X11HotKeyService.h"
+#include "platform/x11/X11GlobalShortcuts.h"
 
 #include <QEvent>
 #include <QGuiApplication>
@@ -51,19 +51,17 @@ void requestActivationOf(QWindow *window)
 
 } // namespace
 
-std::expected<void, QString> prepareDisplay()
+std::expected<void, QString> displayReachable()
 {
     const char *display = std::getenv("DISPLAY");
     if (display == nullptr || *display == '\0')
-        return std::unexpected(QStringLiteral("cannot open the X display: DISPLAY is not set"));
+        return std::unexpected(QStringLiteral("DISPLAY is not set"));
     xcb_connection_t *c = xcb_connect(nullptr, nullptr);
     const int failure = xcb_connection_has_error(c);
     xcb_disconnect(c);
     if (failure != 0)
         return std::unexpected(QStringLiteral("cannot open the X display DISPLAY=%1")
                                    .arg(QString::fromLocal8Bit(display)));
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "xcb");
     return {};
 }
 
@@ -77,7 +75,7 @@ std::optional<Services> createX11Services(QString *error)
         return std::nullopt;
     }
     Services backend;
-    backend.hotKeys = std::make_unique<X11HotKeyService>();
+    backend.shortcuts = std::make_unique<X11GlobalShortcuts>();
     backend.focus = std::make_unique<X11FocusService>();
     backend.workspace = std::make_unique<QtWorkspace>([] {
         if (xcb_connection_t *connection = x11::connection()) {
@@ -86,7 +84,7 @@ std::optional<Services> createX11Services(QString *error)
         }
     });
     backend.pasteboard = std::make_unique<QtPasteboard>();
-    backend.screens = std::make_unique<QtScreens>();
+    backend.screens = std::make_unique<QtScreens>(true);
     backend.application = std::make_unique<X11Application>();
     return backend;
 }

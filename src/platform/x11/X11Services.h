@@ -1,16 +1,6 @@
 #pragma once
 
 // The X11 backend: hot keys as key grabs, focus through EWMH, and Qt for the rest.
-//
-//     if (auto ready = pindle::platform::x11::prepareDisplay(); !ready) {
-//         std::fprintf(stderr, "pindle: %s\n", qPrintable(ready.error()));
-//         return 1;
-//     }
-//     QApplication app(argc, argv);
-//     QString error;
-//     auto backend = pindle::platform::x11::createX11Services(&error);
-//     if (!backend) { ...print error, return 1... }
-//     pindle::platform::setServices(std::move(*backend));
 
 #include "platform/Platform.h"
 
@@ -18,10 +8,8 @@
 
 namespace pindle::platform::x11 {
 
-// Call before constructing the application object: Qt aborts when it cannot reach the display,
-// so check first. Selects Qt's xcb platform unless QT_QPA_PLATFORM says otherwise. On failure,
-// a one-line message naming DISPLAY (without a program name); the caller exits with status 1.
-std::expected<void, QString> prepareDisplay();
+// Whether the X display DISPLAY names accepts a connection; the reason when it does not.
+std::expected<void, QString> displayReachable();
 
 // Needs a QGuiApplication running on Qt's xcb platform; otherwise nothing, with the reason in
 // *error. Once the application object is gone the services do nothing, so their destruction

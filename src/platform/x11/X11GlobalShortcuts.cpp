@@ -1,4 +1,4 @@
-#include "platform/x11/X11HotKeyService.h"
+#include "platform/x11/X11GlobalShortcuts.h"
 
 #include "platform/x11/X11Connection.h"
 
@@ -15,12 +15,8 @@
 namespace pindle::platform::x11 {
 namespace {
 
-// Carbon modifier bits and the ones a hot key may use here.
-constexpr std::uint32_t cmdKey = 256;
-constexpr std::uint32_t shiftKey = 512;
-constexpr std::uint32_t optionKey = 2048;
-constexpr std::uint32_t controlKey = 4096;
-constexpr std::uint32_t supportedCarbonModifiers = cmdKey | shiftKey | optionKey | controlKey;
+constexpr Qt::KeyboardModifiers supportedModifiers =
+    Qt::ShiftModifier | Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
 
 constexpr std::uint32_t keysymReturn = 0xff0d;
 constexpr std::uint32_t keysymTab = 0xff09;
@@ -34,23 +30,25 @@ constexpr std::uint32_t keysymSuperR = 0xffec;
 constexpr std::uint8_t xkbNewKeyboardNotify = 0;
 constexpr std::uint8_t xkbMapNotify = 1;
 
-// The keysym of each macOS virtual key code of the ANSI layout (letters, digits, punctuation,
-// Return, Tab, Space); 0 where the code names no such key. Printable ASCII keysyms equal their
-// characters.
-constexpr std::array<std::uint32_t, 51> keysymsByKeyCode = {
-    'a',  's', 'd', 'f', 'h', 'g', 'z',       'x', 'c',          'v', 0,   'b',  'q', 'w',
-    'e',  'r', 'y', 't', '1', '2', '3',       '4', '6',          '5', '=', '9',  '7', '-',
-    '8',  '0', ']', 'o', 'u', '[', 'i',       'p', keysymReturn, 'l', 'j', '\'', 'k', ';',
-    '\\', ',', '/', 'n', 'm', '.', keysymTab, ' ', '`'};
-
-std::uint32_t keysymForKeyCode(std::uint32_t keyCode)
+// The keysym of a letter, digit, punctuation key, Return, Tab or Space; 0 for other keys.
+// Qt numbers printable ASCII keys by their character (letters by the capital), as X numbers
+// their keysyms (letters by the small one).
+std::uint32_t keysymForKey(Qt::Key key)
 {
-    return keyCode < keysymsByKeyCode.size() ? keysymsByKeyCode[keyCode] : 0;
+    if (key >= Qt::Key_A && key <= Qt::Key_Z)
+        return 'a' + (key - Qt::Key_A);
+    if (key >= Qt::Key_Space && key <= Qt::Key_AsciiTilde)
+        return static_cast<std::uint32_t>(key);
+    if (key == Qt::Key_Return)
+        return keysymReturn;
+    if (key == Qt::Key_Tab)
+        return keysymTab;
+    return 0;
 }
 
 } // namespace
 
-X11HotKeyService::X11HotKeyService()
+X11GlobalShortcuts::X11GlobalShortcuts()
 {
     xcb_connection_t *c = connection();
     if (c == nullptr)
@@ -65,7 +63,7 @@ X11HotKeyService::X11HotKeyService()
     QCoreApplication::instance()->installNativeEventFilter(this);
 }
 
-X11HotKeyService::~X11HotKeyService()
+X11GlobalShortcuts::~X11GlobalShortcuts()
 {
     if (xcb_connection_t *c = connection()) {
         for (auto &[ref, hotKey] : m_hotKeys)
@@ -78,62 +76,46 @@ X11HotKeyService::~X11HotKeyService()
         xcb_key_symbols_free(m_keySymbols);
 }
 
-OSStatus X11HotKeyService::installEventHandler(EventHandlerProc handler, void *userData,
-                                               EventHandlerRef *outRef)
+void X11GlobalShortcuts::bind(const QString &id, const QString &, const QKeySequence &keys)
 {
-    if (handler == nullptr || outRef == nullptr)
-        return eventInternalErr;
-    const std::uintptr_t ref = m_nextRef++;
-    m_handlers[ref] = {handler, userData};
-    *outRef = reinterpret_cast<EventHandlerRef>(ref);
-    return noErr;
-}
-
-OSStatus X11HotKeyService::removeEventHandler(EventHandlerRef ref)
-{
-    return m_handlers.erase(reinterpret_cast<std::uintptr_t>(ref)) != 0 ? noErr : eventInternalErr;
-}
-
-OSStatus X11HotKeyService::registerEventHotKey(std::uint32_t keyCode, std::uint32_t modifiers,
-                                               EventHotKeyID id, EventHotKeyRef *outRef)
-{
-    if (outRef == nullptr)
-        return eventHotKeyInvalidErr;
-    *outRef = nullptr;
+    release(id);
     xcb_connection_t *c = connection();
-    if (c == nullptr || m_root == XCB_WINDOW_NONE)
-        return eventInternalErr;
-    const std::uint32_t keysym = keysymForKeyCode(keyCode);
-    if (keysym == 0 || (modifiers & ~supportedCarbonModifiers) != 0)
-        return eventHotKeyInvalidErr;
-    for (const auto &[ref, hotKey] : m_hotKeys) {
-        if (hotKey.keysym == keysym && hotKey.carbonModifiers == modifiers)
-            return eventHotKeyExistsErr;
+    const QKeyCombination combination = keys.isEmpty() ? QKeyCombination() : keys[0];
+    const std::uint32_t keysym = keysymForKey(combination.key());
+    if (c == nullptr || m_root == XCB_WINDOW_NONE || keys.count() != 1 || keysym == 0 ||
+        (combination.keyboardModifiers() & ~supportedModifiers) != 0) {
+        Q_EMIT refused(id, ShortcutRefusal::notGiven);
+        return;
+    }
+    for (const auto &[otherId, hotKey] : m_hotKeys) {
+        if (hotKey.keysym == keysym && hotKey.modifiers == combination.keyboardModifiers()) {
+            Q_EMIT refused(id, ShortcutRefusal::heldElsewhere);
+            return;
+        }
     }
 
-    HotKey hotKey{.keysym = keysym, .carbonModifiers = modifiers, .id = id, .grabs = {}};
-    if (!grab(c, hotKey, wantedGrabs(c, hotKey)))
-        return eventHotKeyExistsErr;
-    const std::uintptr_t ref = m_nextRef++;
-    m_hotKeys.emplace(ref, hotKey);
-    *outRef = reinterpret_cast<EventHotKeyRef>(ref);
-    return noErr;
+    HotKey hotKey{.keysym = keysym, .modifiers = combination.keyboardModifiers(), .grabs = {}};
+    if (!grab(c, hotKey, wantedGrabs(c, hotKey))) {
+        Q_EMIT refused(id, ShortcutRefusal::heldElsewhere);
+        return;
+    }
+    m_hotKeys.emplace(id, hotKey);
+    Q_EMIT bound(id);
 }
 
-OSStatus X11HotKeyService::unregisterEventHotKey(EventHotKeyRef ref)
+void X11GlobalShortcuts::release(const QString &id)
 {
-    const auto found = m_hotKeys.find(reinterpret_cast<std::uintptr_t>(ref));
+    const auto found = m_hotKeys.find(id);
     if (found == m_hotKeys.end())
-        return eventHotKeyInvalidErr;
+        return;
     if (xcb_connection_t *c = connection()) {
         ungrab(c, found->second);
         xcb_flush(c);
     }
     m_hotKeys.erase(found);
-    return noErr;
 }
 
-bool X11HotKeyService::nativeEventFilter(const QByteArray &eventType, void *message, qintptr *)
+bool X11GlobalShortcuts::nativeEventFilter(const QByteArray &eventType, void *message, qintptr *)
 {
     if (eventType != "xcb_generic_event_t" || message == nullptr)
         return false;
@@ -148,7 +130,7 @@ bool X11HotKeyService::nativeEventFilter(const QByteArray &eventType, void *mess
             XCB_MOD_MASK_LOCK | m_modifiers.value_or(Modifiers{}).numLock;
         const std::uint16_t significant = 0xff & ~lockBits;
         bool isOurs = false;
-        for (auto &[ref, hotKey] : m_hotKeys) {
+        for (auto &[id, hotKey] : m_hotKeys) {
             for (const GrabbedKey &grabbed : std::as_const(hotKey.grabs)) {
                 if (grabbed.keycode != key->detail)
                     continue;
@@ -166,7 +148,7 @@ bool X11HotKeyService::nativeEventFilter(const QByteArray &eventType, void *mess
                 const bool isRepeat = hotKey.isHeld || key->time == hotKey.releaseTime;
                 hotKey.isHeld = true;
                 if (!isRepeat)
-                    deliver(hotKey.id);
+                    deliver(id);
                 break;
             }
         }
@@ -186,11 +168,11 @@ bool X11HotKeyService::nativeEventFilter(const QByteArray &eventType, void *mess
     return false;
 }
 
-QList<X11HotKeyService::GrabbedKey> X11HotKeyService::wantedGrabs(xcb_connection_t *c,
-                                                                  const HotKey &hotKey)
+QList<X11GlobalShortcuts::GrabbedKey> X11GlobalShortcuts::wantedGrabs(xcb_connection_t *c,
+                                                                      const HotKey &hotKey)
 {
     QList<GrabbedKey> wanted;
-    const std::uint16_t modifiers = xModifiers(c, hotKey.carbonModifiers);
+    const std::uint16_t modifiers = xModifiers(c, hotKey.modifiers);
     const std::uint16_t numLock = modifierBits(c).numLock;
     QList<std::uint16_t> variants = {0, XCB_MOD_MASK_LOCK};
     if (numLock != 0)
@@ -202,7 +184,7 @@ QList<X11HotKeyService::GrabbedKey> X11HotKeyService::wantedGrabs(xcb_connection
     return wanted;
 }
 
-bool X11HotKeyService::grab(xcb_connection_t *c, HotKey &hotKey, QList<GrabbedKey> wanted)
+bool X11GlobalShortcuts::grab(xcb_connection_t *c, HotKey &hotKey, QList<GrabbedKey> wanted)
 {
     hotKey.grabs.clear();
     if (wanted.isEmpty())
@@ -232,7 +214,7 @@ bool X11HotKeyService::grab(xcb_connection_t *c, HotKey &hotKey, QList<GrabbedKe
     return true;
 }
 
-void X11HotKeyService::ungrab(xcb_connection_t *c, HotKey &hotKey)
+void X11GlobalShortcuts::ungrab(xcb_connection_t *c, HotKey &hotKey)
 {
     for (const GrabbedKey &grabbed : std::as_const(hotKey.grabs))
         xcb_ungrab_key(c, grabbed.keycode, m_root, grabbed.modifiers);
@@ -240,22 +222,22 @@ void X11HotKeyService::ungrab(xcb_connection_t *c, HotKey &hotKey)
     hotKey.isHeld = false;
 }
 
-std::uint16_t X11HotKeyService::xModifiers(xcb_connection_t *c, std::uint32_t carbonModifiers)
+std::uint16_t X11GlobalShortcuts::xModifiers(xcb_connection_t *c, Qt::KeyboardModifiers modifiers)
 {
     const Modifiers &bits = modifierBits(c);
     std::uint16_t result = 0;
-    if ((carbonModifiers & cmdKey) != 0)
+    if (modifiers.testFlag(Qt::MetaModifier))
         result |= bits.super;
-    if ((carbonModifiers & shiftKey) != 0)
+    if (modifiers.testFlag(Qt::ShiftModifier))
         result |= XCB_MOD_MASK_SHIFT;
-    if ((carbonModifiers & optionKey) != 0)
+    if (modifiers.testFlag(Qt::AltModifier))
         result |= bits.alt;
-    if ((carbonModifiers & controlKey) != 0)
+    if (modifiers.testFlag(Qt::ControlModifier))
         result |= XCB_MOD_MASK_CONTROL;
     return result;
 }
 
-QList<xcb_keycode_t> X11HotKeyService::keycodesFor(xcb_connection_t *c, std::uint32_t keysym)
+QList<xcb_keycode_t> X11GlobalShortcuts::keycodesFor(xcb_connection_t *c, std::uint32_t keysym)
 {
     if (m_keySymbols == nullptr)
         m_keySymbols = xcb_key_symbols_alloc(c);
@@ -271,7 +253,7 @@ QList<xcb_keycode_t> X11HotKeyService::keycodesFor(xcb_connection_t *c, std::uin
     return result;
 }
 
-const X11HotKeyService::Modifiers &X11HotKeyService::modifierBits(xcb_connection_t *c)
+const X11GlobalShortcuts::Modifiers &X11GlobalShortcuts::modifierBits(xcb_connection_t *c)
 {
     if (m_modifiers)
         return *m_modifiers;
@@ -304,7 +286,7 @@ const X11HotKeyService::Modifiers &X11HotKeyService::modifierBits(xcb_connection
     return *m_modifiers;
 }
 
-void X11HotKeyService::keyboardMappingChanged()
+void X11GlobalShortcuts::keyboardMappingChanged()
 {
     if (m_keySymbols != nullptr) {
         xcb_key_symbols_free(m_keySymbols);
@@ -323,7 +305,7 @@ void X11HotKeyService::keyboardMappingChanged()
         Qt::QueuedConnection);
 }
 
-void X11HotKeyService::regrabAll()
+void X11GlobalShortcuts::regrabAll()
 {
     xcb_connection_t *c = connection();
     if (c == nullptr)
@@ -345,23 +327,11 @@ void X11HotKeyService::regrabAll()
     xcb_flush(c);
 }
 
-void X11HotKeyService::deliver(EventHotKeyID id)
+void X11GlobalShortcuts::deliver(const QString &id)
 {
     // Outside Qt's event processing, so an action may show windows or run a dialog.
     QMetaObject::invokeMethod(
-        this,
-        [this, id] {
-            const HotKeyEvent event{id};
-            std::vector<std::uintptr_t> refs;
-            for (const auto &[ref, handler] : m_handlers)
-                refs.push_back(ref);
-            for (const std::uintptr_t ref : refs) {
-                const auto found = m_handlers.find(ref);
-                if (found != m_handlers.end())
-                    found->second.proc(nullptr, &event, found->second.userData);
-            }
-        },
-        Qt::QueuedConnection);
+        this, [this, id] { Q_EMIT activated(id); }, Qt::QueuedConnection);
 }
 
 } // namespace pindle::platform::x11

@@ -18,20 +18,15 @@ struct _XCBKeySymbols;
 
 namespace pindle::platform::x11 {
 
-class X11HotKeyService final : public QObject,
-                               public HotKeyService,
-                               public QAbstractNativeEventFilter
+class X11GlobalShortcuts final : public GlobalShortcuts, public QAbstractNativeEventFilter
 {
 public:
-    X11HotKeyService();
-    ~X11HotKeyService() override;
+    X11GlobalShortcuts();
+    ~X11GlobalShortcuts() override;
 
-    OSStatus installEventHandler(EventHandlerProc handler, void *userData,
-                                 EventHandlerRef *outRef) override;
-    OSStatus removeEventHandler(EventHandlerRef ref) override;
-    OSStatus registerEventHotKey(std::uint32_t keyCode, std::uint32_t modifiers, EventHotKeyID id,
-                                 EventHotKeyRef *outRef) override;
-    OSStatus unregisterEventHotKey(EventHotKeyRef ref) override;
+    // Answers before it returns: the X server reports a grab another client holds at once.
+    void bind(const QString &id, const QString &description, const QKeySequence &keys) override;
+    void release(const QString &id) override;
 
     bool nativeEventFilter(const QByteArray &eventType, void *message, qintptr *result) override;
 
@@ -45,19 +40,13 @@ private:
     struct HotKey
     {
         std::uint32_t keysym = 0;
-        std::uint32_t carbonModifiers = 0;
-        EventHotKeyID id;
+        Qt::KeyboardModifiers modifiers;
         // The grabs currently held; empty when the keyboard mapping has no key for the keysym
         // or another client took the combination before a re-grab.
         QList<GrabbedKey> grabs;
         // Between a press and its release, so auto-repeat does not fire the key again.
         bool isHeld = false;
         xcb_timestamp_t releaseTime = XCB_CURRENT_TIME;
-    };
-    struct Handler
-    {
-        EventHandlerProc proc = nullptr;
-        void *userData = nullptr;
     };
     struct Modifiers
     {
@@ -71,17 +60,16 @@ private:
     // Takes the wanted grabs, all or none; false when none could be taken.
     bool grab(xcb_connection_t *c, HotKey &hotKey, QList<GrabbedKey> wanted);
     void ungrab(xcb_connection_t *c, HotKey &hotKey);
-    // The core modifier mask of a combination registerEventHotKey has accepted.
-    std::uint16_t xModifiers(xcb_connection_t *c, std::uint32_t carbonModifiers);
+    // The core modifier mask of a combination bind() has accepted.
+    std::uint16_t xModifiers(xcb_connection_t *c, Qt::KeyboardModifiers modifiers);
     QList<xcb_keycode_t> keycodesFor(xcb_connection_t *c, std::uint32_t keysym);
     const Modifiers &modifierBits(xcb_connection_t *c);
     void keyboardMappingChanged();
     void regrabAll();
-    void deliver(EventHotKeyID id);
+    void deliver(const QString &id);
 
-    std::map<std::uintptr_t, HotKey> m_hotKeys;
-    std::map<std::uintptr_t, Handler> m_handlers;
-    std::uintptr_t m_nextRef = 1;
+    // By shortcut id.
+    std::map<QString, HotKey> m_hotKeys;
     xcb_window_t m_root = XCB_WINDOW_NONE;
     _XCBKeySymbols *m_keySymbols = nullptr;
     std::optional<Modifiers> m_modifiers;
