@@ -3,7 +3,7 @@
 
 # Build: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb. Tests: GoogleTest, the X server, the
 # window manager, key presses, the clipboard, a terminal to take focus from (xterm needs the core
-# fonts of xfonts-base), fonts for Qt. Recommended packages are installed too, as a desktop has
+# fonts of xfonts-base), fonts for Qt, a private session bus per test. Recommended packages are installed too, as a desktop has
 # them.
 # Fuzzing: clang with its libFuzzer runtime. qt6-wayland: Pindle's own Wayland platform plugin.
 PINDLE_PACKAGES=(
@@ -12,16 +12,17 @@ PINDLE_PACKAGES=(
     libxcb1-dev libxcb-keysyms1-dev shared-mime-info
     googletest libgtest-dev
     xvfb xauth openbox xdotool xclip xterm xfonts-base x11-utils fonts-dejavu-core
+    dbus-daemon dbus-bin
     clang libclang-rt-14-dev
 )
 
 # The Wayland end-to-end tests: headless KWin and mutter, the desktop portal with KDE's backend
-# (a Qt 5 program, hence Qt 5's Wayland plugin), a private D-Bus session, wl-copy/wl-paste, and
-# what builds the fake-input key tool. Without their recommended packages: kwin-common's pull in
+# (a Qt 5 program, hence Qt 5's Wayland plugin), wl-copy/wl-paste, and what builds the
+# fake-input key tool. Without their recommended packages: kwin-common's pull in
 # the whole Plasma desktop, about 1,000 packages instead of about 270.
 PINDLE_WAYLAND_TEST_PACKAGES=(
     kwin-wayland mutter xdg-desktop-portal xdg-desktop-portal-kde qtwayland5
-    dbus-daemon dbus-bin wl-clipboard libwayland-dev plasma-wayland-protocols
+    wl-clipboard libwayland-dev plasma-wayland-protocols
 )
 
 pindle_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)

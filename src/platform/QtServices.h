@@ -27,10 +27,15 @@ private:
     std::function<void()> m_beep;
 };
 
+// Qt's clipboard. Its read waits in a nested event loop for an owner in another process; the
+// window-system backends bound that wait themselves where Qt does not.
 class QtPasteboard : public Pasteboard
 {
 public:
-    std::optional<QString> string() override;
+    // The text as Qt reads it, synchronously.
+    static std::optional<QString> string();
+    void requestString(StringHandler done) override { done(string()); }
+    bool isReadableWithoutFocus() override { return true; }
     void clearContents() override;
     void setString(const QString &text) override;
 };

@@ -71,6 +71,12 @@ void CreatorController::show(const QString &url)
     m_nameField->setFocus(Qt::ActiveWindowFocusReason);
 }
 
+void CreatorController::setURL(const QString &url)
+{
+    m_urlField->setText(Text::trimmedWhitespaceAndNewlines(url));
+    updateResults();
+}
+
 void CreatorController::hide(bool restoringFocus)
 {
     PanelController::hide(restoringFocus);

@@ -24,6 +24,8 @@ public:
 
     // Opens the panel for the address (trimmed here), with an empty name.
     void show(const QString &url);
+    // Puts the address (trimmed here) into the open panel, as show() would have.
+    void setURL(const QString &url);
     void hide(bool restoringFocus) override;
     void rowClicked(qsizetype index) override;
     void updateResults() override;

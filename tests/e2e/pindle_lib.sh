@@ -9,6 +9,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/harness.sh"
 # pindle_setup: starts the X server and prepares the environment and the empty folder.
 pindle_setup() {
     e2e_start
+    e2e_session_bus
     pindle_prepare
 }
 

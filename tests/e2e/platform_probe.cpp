@@ -1,12 +1,13 @@
 // A small X client for the end-to-end tests of the X11 backend. It reads one command per line
 // on stdin and answers on stdout, one line each; hot-key presses print "fired NAME" whenever
-// they arrive. hotkeys.sh, focus.sh and failures.sh drive it.
+// they arrive. hotkeys.sh, focus.sh, failures.sh and clipboard.sh drive it.
 
 #include "platform/FocusRestore.h"
 #include "platform/HotKeyManager.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11Services.h"
 
+#include <QCryptographicHash>
 #include <QGuiApplication>
 #include <QRasterWindow>
 #include <QSocketNotifier>
@@ -115,9 +116,9 @@ private:
         const QString command = words.value(0), arg1 = words.value(1), arg2 = words.value(2);
         platform::Services &services = platform::services();
         xcb_connection_t *c = platform::x11::connection();
-        if (command == u"register") { // register KEYCODE MODIFIERS NAME
-            const QString name = words.value(3);
-            const bool ok = m_hotKeys.registerHotKey(arg1.toUInt(), arg2.toUInt(),
+        if (command == u"register") { // register KEYS NAME, the keys as "Alt+U"
+            const QString name = arg2;
+            const bool ok = m_hotKeys.registerHotKey(name, name, QKeySequence::fromString(arg1),
                                                      [name] { say(u"fired "_qs + name); });
             say((ok ? u"registered "_qs : u"failed "_qs) + name);
         } else if (command == u"unregister") {
@@ -161,6 +162,19 @@ private:
                                 1, &window);
             xcb_flush(c);
             say(u"set"_qs);
+        } else if (command == u"clipboard") {
+            // The answer comes once the owner has handed the text over: its length in
+            // characters and the MD5 of its UTF-8, or none.
+            services.pasteboard->requestString([](std::optional<QString> text) {
+                say(text ? u"clipboard %1 %2"_qs.arg(text->size())
+                               .arg(QString::fromLatin1(
+                                   QCryptographicHash::hash(text->toUtf8(), QCryptographicHash::Md5)
+                                       .toHex()))
+                         : u"clipboard none"_qs);
+            });
+        } else if (command == u"copy") { // copy TEXT
+            services.pasteboard->setString(arg1);
+            say(u"copied"_qs);
         } else if (command == u"pid") {
             say(u"pid %1"_qs.arg(getpid()));
         } else if (command == u"quit") {
@@ -179,10 +193,11 @@ private:
 
 int main(int argc, char **argv)
 {
-    if (auto ready = platform::x11::prepareDisplay(); !ready) {
+    if (auto ready = platform::x11::displayReachable(); !ready) {
         std::fprintf(stderr, "platform_probe: %s\n", qPrintable(ready.error()));
         return 1;
     }
+    qputenv("QT_QPA_PLATFORM", "xcb");
     QGuiApplication app(argc, argv);
     QString error;
     std::optional<platform::Services> backend = platform::x11::createX11Services(&error);

@@ -31,22 +31,13 @@ WL_KEYS_PID=
 # wl_session: a temporary HOME and runtime folder and a private D-Bus session bus.
 wl_session() {
     export HOME="$E2E_TMP/home" XDG_RUNTIME_DIR="$E2E_TMP/runtime"
-    export XDG_DATA_HOME="$HOME/.local/share" XDG_CONFIG_HOME="$HOME/.config"
-    mkdir -p "$HOME" "$XDG_RUNTIME_DIR" "$XDG_DATA_HOME" "$XDG_CONFIG_HOME" "$E2E_TMP/bin"
+    mkdir -p "$HOME" "$XDG_RUNTIME_DIR" "$E2E_TMP/bin"
     chmod 700 "$XDG_RUNTIME_DIR"
-    unset DISPLAY WAYLAND_DISPLAY XDG_SESSION_TYPE DBUS_SESSION_BUS_ADDRESS
-    e2e_spawn dbus dbus-daemon --session --nofork --nopidfile --print-address=1
-    e2e_wait_for 10 grep -q '^unix:' "$E2E_TMP/dbus.out" ||
-        e2e_fail "dbus-daemon did not start: $(cat "$E2E_TMP/dbus.err")"
-    DBUS_SESSION_BUS_ADDRESS=$(head -n1 "$E2E_TMP/dbus.out")
-    export DBUS_SESSION_BUS_ADDRESS
+    unset DISPLAY WAYLAND_DISPLAY XDG_SESSION_TYPE
+    e2e_session_bus
 }
 
-# wl_has_name NAME: true when NAME has an owner on the session bus.
-wl_has_name() {
-    dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
-        org.freedesktop.DBus.NameHasOwner "string:$1" 2>/dev/null | grep -q 'boolean true'
-}
+wl_has_name() { [ -n "$(e2e_bus_name_owner "$1")" ]; }
 
 # wl_compositor NAME CMD...: starts a compositor on the socket wayland-pindle and waits for it.
 wl_compositor() {

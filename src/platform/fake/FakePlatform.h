@@ -94,7 +94,22 @@ public:
 class FakePasteboard : public Pasteboard
 {
 public:
-    std::optional<QString> string() override { return text; }
+    // Answers at once unless a test holds the answer back to play an owner that is slow or
+    // silent; answer() then delivers the text current at that moment.
+    void requestString(StringHandler done) override
+    {
+        ++requests;
+        if (holdAnswers)
+            pending.append(std::move(done));
+        else
+            done(text);
+    }
+    bool isReadableWithoutFocus() override { return readableWithoutFocus; }
+    void answer()
+    {
+        for (const StringHandler &done : std::exchange(pending, {}))
+            done(text);
+    }
     void clearContents() override
     {
         text.reset();
@@ -104,6 +119,10 @@ public:
 
     std::optional<QString> text;
     int clears = 0;
+    int requests = 0;
+    bool holdAnswers = false;
+    bool readableWithoutFocus = true;
+    QList<StringHandler> pending;
 };
 
 // One 1440×900 screen with a 25-point bar at the top unless a test sets others.
