@@ -180,8 +180,11 @@ void PortalGlobalShortcuts::registerApplication()
 void PortalGlobalShortcuts::createSession()
 {
     const QString token = QStringLiteral("pindle%1").arg(m_nextToken++);
+    // KDE's portal of Plasma 5.27 binds only the shortcuts given here: it answers a later
+    // BindShortcuts with an empty list and leaves the keys to the focused window.
     const QVariantMap options{{QStringLiteral("handle_token"), token},
-                              {QStringLiteral("session_handle_token"), token}};
+                              {QStringLiteral("session_handle_token"), token},
+                              {QStringLiteral("shortcuts"), wantedShortcuts()}};
     request(shortcutsInterface, QStringLiteral("CreateSession"), {options},
             [this](uint code, const QVariantMap &results) {
                 m_session = pathIn(results.value(QStringLiteral("session_handle")));
@@ -219,20 +222,25 @@ void PortalGlobalShortcuts::listShortcuts()
 void PortalGlobalShortcuts::bindShortcuts()
 {
     const QStringList asked(m_unanswered.cbegin(), m_unanswered.cend());
+    const QVariantMap options{
+        {QStringLiteral("handle_token"), QStringLiteral("pindle%1").arg(m_nextToken++)}};
+    request(
+        shortcutsInterface, QStringLiteral("BindShortcuts"),
+        {QVariant::fromValue(QDBusObjectPath(m_session)), wantedShortcuts(), QString(), options},
+        [this, asked](uint code, const QVariantMap &results) {
+            settle(asked, code == responseSuccess ? results : QVariantMap());
+        });
+}
+
+QVariant PortalGlobalShortcuts::wantedShortcuts() const
+{
     // Every shortcut of the session, not only the new ones: binding replaces the session's set.
     QList<PortalShortcut> shortcuts;
     for (const auto &[id, wanted] : m_wanted)
         shortcuts.append({id,
                           {{QStringLiteral("description"), wanted.description},
                            {QStringLiteral("preferred_trigger"), wanted.trigger}}});
-    const QVariantMap options{
-        {QStringLiteral("handle_token"), QStringLiteral("pindle%1").arg(m_nextToken++)}};
-    request(shortcutsInterface, QStringLiteral("BindShortcuts"),
-            {QVariant::fromValue(QDBusObjectPath(m_session)), QVariant::fromValue(shortcuts),
-             QString(), options},
-            [this, asked](uint code, const QVariantMap &results) {
-                settle(asked, code == responseSuccess ? results : QVariantMap());
-            });
+    return QVariant::fromValue(shortcuts);
 }
 
 void PortalGlobalShortcuts::settle(const QStringList &asked, const QVariantMap &results)

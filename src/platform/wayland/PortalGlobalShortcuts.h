@@ -63,6 +63,8 @@ private:
     void createSession();
     void listShortcuts();
     void bindShortcuts();
+    // The shortcuts asked for, as the portal takes them (a(sa{sv})).
+    QVariant wantedShortcuts() const;
     // Settles the shortcuts asked about from the portal's list of what it has bound.
     void settle(const QStringList &asked, const QVariantMap &results);
     void fail();
