@@ -26,11 +26,10 @@ pindle_closes_to_editor() {
         e2e_wait_for 5 wl_kwin_is_active "$editor"
 }
 
-# pindle_panel_output: the output that holds the centre of pindle's window.
+# pindle_panel_output: the output that holds the centre of pindle's window; nothing without one.
 pindle_panel_output() {
     local x width
-    read -r x _ width _ < <(pindle_windows | head -n1)
-    wl_output_at $((x + width / 2))
+    read -r x _ width _ < <(pindle_windows | head -n1) && wl_output_at $((x + width / 2))
 }
 
 wl_keys pointer 640 400

@@ -121,6 +121,7 @@ wl_kwin_eval() {
     line=$(grep -m1 "^js: $tag=" "$WL_LOG")
     dbus-send --session --print-reply --dest=org.kde.KWin /Scripting \
         org.kde.kwin.Scripting.unloadScript "string:$tag" >/dev/null
+    rm -f "$script"
     [ -n "$line" ] && printf '%s\n' "${line#"js: $tag="}"
 }
 
