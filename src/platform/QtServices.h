@@ -28,16 +28,24 @@ private:
 };
 
 // Qt's clipboard. Its read waits in a nested event loop for an owner in another process; the
-// window-system backends bound that wait themselves where Qt does not.
+// window-system backends bound that wait themselves where Qt does not. Where only a focused
+// window sees the clipboard (Wayland), say so, so that it is read once a panel has the focus.
 class QtPasteboard : public Pasteboard
 {
 public:
+    explicit QtPasteboard(bool isReadableWithoutFocus = true)
+        : m_isReadableWithoutFocus(isReadableWithoutFocus)
+    {
+    }
     // The text as Qt reads it, synchronously.
     static std::optional<QString> string();
     void requestString(StringHandler done) override { done(string()); }
-    bool isReadableWithoutFocus() override { return true; }
+    bool isReadableWithoutFocus() override { return m_isReadableWithoutFocus; }
     void clearContents() override;
     void setString(const QString &text) override;
+
+private:
+    bool m_isReadableWithoutFocus;
 };
 
 // Frames flip about the bottom edge of the primary screen, whose bottom-left corner is the
