@@ -35,8 +35,7 @@ class QtPasteboard : public Pasteboard
 public:
     explicit QtPasteboard(bool isReadableWithoutFocus = true)
         : m_isReadableWithoutFocus(isReadableWithoutFocus)
-    {
-    }
+    {}
     // The text as Qt reads it, synchronously.
     static std::optional<QString> string();
     void requestString(StringHandler done) override { done(string()); }
