@@ -8,6 +8,7 @@
 //
 // Each ACTION is one of
 //     key CHORD       a chord such as alt+u, ctrl+c, ctrl+Delete, Return, Escape
+//     timed CHORD     the same, printing when its last key went down (ms since the epoch)
 //     type TEXT       letters, digits, space and . / : - _ (capitals with Shift)
 //     pointer X Y     moves the pointer to (X, Y) in the compositor's global coordinates
 // and they run in order. Without actions, it reads one action a line from its standard input and
@@ -153,10 +154,18 @@ public:
     // Returns once the compositor has handled every event sent so far.
     virtual void flush() {}
 
-    void tap(const std::vector<std::uint32_t> &chord)
+    // With isTimed, prints the wall-clock time in milliseconds at which the chord's last key
+    // went down: the moment a shortcut fires, for timing what it does.
+    void tap(const std::vector<std::uint32_t> &chord, bool isTimed = false)
     {
-        for (std::uint32_t code : chord)
-            sendKey(code, true);
+        for (std::size_t i = 0; i < chord.size(); ++i) {
+            if (isTimed && i + 1 == chord.size()) {
+                const auto now = std::chrono::system_clock::now().time_since_epoch();
+                std::printf("%.3f\n", std::chrono::duration<double, std::milli>(now).count());
+                std::fflush(stdout);
+            }
+            sendKey(chord[i], true);
+        }
         for (auto it = chord.rbegin(); it != chord.rend(); ++it)
             sendKey(*it, false);
     }
@@ -303,11 +312,11 @@ bool run(InputSink &sink, std::string_view action, const std::vector<std::string
                      argument.data());
         return false;
     };
-    if (action == "key" && arguments.size() == 1) {
+    if ((action == "key" || action == "timed") && arguments.size() == 1) {
         const auto chord = parseChord(arguments[0]);
         if (!chord)
             return fail("unknown key in chord", arguments[0]);
-        sink.tap(*chord);
+        sink.tap(*chord, action == "timed");
     } else if (action == "type" && arguments.size() == 1) {
         std::vector<Stroke> strokes;
         for (const char c : arguments[0]) {
