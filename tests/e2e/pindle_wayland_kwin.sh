@@ -94,10 +94,10 @@ e2e_check "Alt+I without an address gives the focus back" e2e_wait_for 5 wl_focu
 e2e_check "and leaves nothing on screen" pindle_closes_to_editor
 
 # The toggle command acts as the hot key would.
-"$PINDLE_BIN" --toggle launcher
-e2e_check "pindle --toggle launcher shows a focused launcher" e2e_wait_for 5 pindle_is_active
-"$PINDLE_BIN" --toggle launcher
-e2e_check "and the same command hides it, focus back to the editor" pindle_closes_to_editor
+e2e_check "pindle --toggle launcher asks and ends with status 0" "$PINDLE_BIN" --toggle launcher
+e2e_check "and the running pindle shows a focused launcher" e2e_wait_for 5 pindle_is_active
+e2e_check "the same command again ends with status 0" "$PINDLE_BIN" --toggle launcher
+e2e_check "and hides the launcher, focus back to the editor" pindle_closes_to_editor
 
 # A second pindle hands over to the first and ends.
 "$PINDLE_BIN" >"$E2E_TMP/second.out" 2>&1

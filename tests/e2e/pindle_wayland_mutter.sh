@@ -28,8 +28,8 @@ e2e_check "pindle keeps running" kill -0 "$PINDLE_PID"
 
 # The launcher from the toggle command takes typed keys: Return opens what was typed for.
 focused=$(wl_focus_count editor)
-"$PINDLE_BIN" --toggle launcher
-e2e_check "pindle --toggle launcher takes the focus" e2e_wait_for 5 wl_has_lost_focus editor
+e2e_check "pindle --toggle launcher ends with status 0" "$PINDLE_BIN" --toggle launcher
+e2e_check "and the launcher takes the focus" e2e_wait_for 5 wl_has_lost_focus editor
 wl_keys type docs key Return
 e2e_check "the launcher has the keys: Return opens the shortcut" \
     e2e_wait_for 5 pindle_opened https://docs.example.com/
