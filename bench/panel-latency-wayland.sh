@@ -8,7 +8,8 @@
 # by a script on its own clock (the same wall clock, to the millisecond):
 #   - painted: KWin adds a Wayland window to its workspace once the client has committed its
 #     first buffer, i.e. once Pindle has painted the panel and handed it over; the compositor
-#     shows it on its next repaint. (No client can see another's frames, and polling KWin's
+#     shows it on its next repaint. (Seen: the window already has the size of its buffer, 660 x 58,
+#     when it is added; a window only gets its size from a committed buffer.) (No client can see another's frames, and polling KWin's
 #     screenshot interface would render the scene on demand and take a CPU from Pindle on a small
 #     machine, without being closer to what reaches the screen.)
 #   - focused: KWin activates that window.

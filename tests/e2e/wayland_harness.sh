@@ -26,7 +26,6 @@
 : "${WL_TOOLS:?WL_TOOLS must name the folder of wayland_keys and wayland_window}"
 WL_COMPOSITOR=
 WL_LOG=
-WL_KEYS_PID=
 
 # wl_session: a temporary HOME and runtime folder and a private D-Bus session bus.
 wl_session() {
@@ -73,7 +72,10 @@ wl_start_kwin() {
         --output-count 2 --socket wayland-pindle --no-lockscreen --no-kactivities
     e2e_wait_for 20 wl_has_name org.kde.kglobalaccel ||
         e2e_fail "KWin did not offer global shortcuts: $(tail -n 20 "$WL_LOG")"
-    XDG_CURRENT_DESKTOP=KDE e2e_spawn portal-kde /usr/lib/x86_64-linux-gnu/libexec/xdg-desktop-portal-kde
+    local backend
+    backend=$(ls /usr/lib/*/libexec/xdg-desktop-portal-kde 2>/dev/null | head -n1)
+    [ -n "$backend" ] || e2e_fail "xdg-desktop-portal-kde is not installed"
+    XDG_CURRENT_DESKTOP=KDE e2e_spawn portal-kde "$backend"
     e2e_wait_for 20 wl_has_name org.freedesktop.impl.portal.desktop.kde ||
         e2e_fail "the KDE portal did not start: $(tail -n 20 "$E2E_TMP/portal-kde.err")"
     XDG_CURRENT_DESKTOP=KDE wl_portal
