@@ -7,6 +7,7 @@
 #include <QDBusReply>
 #include <QTimer>
 
+#include <cstdio>
 #include <utility>
 
 namespace pindle::app {
@@ -18,6 +19,14 @@ const QString interfaceName = QString::fromLatin1(applicationId);
 // The running Pindle answers before it acts, so a reply takes milliseconds; the bound only
 // matters for one that hangs.
 constexpr int requestTimeoutMs = 5000;
+
+// A Pindle that held the name may end before it answers; the name is then free to take.
+constexpr int claimAttempts = 3;
+
+void printLine(std::FILE *stream, const QString &text)
+{
+    std::fprintf(stream, "pindle: %s\n", qPrintable(text));
+}
 
 std::expected<void, QString> call(const QString &method, const QVariantList &arguments)
 {
@@ -89,14 +98,35 @@ void SessionService::ShowLauncher()
     });
 }
 
-std::expected<void, QString> requestToggle(Panel panel)
+std::optional<int> claimOrHandOver(SessionService &session, const CommandLine &command)
 {
-    return call(QStringLiteral("Toggle"), {panelName(panel)});
-}
-
-std::expected<void, QString> requestShowLauncher()
-{
-    return call(QStringLiteral("ShowLauncher"), {});
+    for (int attempt = 1;; ++attempt) {
+        switch (session.claim()) {
+        case SessionService::Claim::owned:
+            return std::nullopt;
+        case SessionService::Claim::noSessionBus:
+            printLine(stderr, QStringLiteral(
+                                  "no session D-Bus; running without checking for another Pindle"));
+            return std::nullopt;
+        case SessionService::Claim::heldElsewhere:
+            break;
+        }
+        const std::expected<void, QString> handed =
+            command.action == CommandLine::Action::toggle
+                ? call(QStringLiteral("Toggle"), {panelName(command.panel)})
+                : call(QStringLiteral("ShowLauncher"), {});
+        if (handed) {
+            if (command.action == CommandLine::Action::run)
+                printLine(stdout,
+                          QStringLiteral("Pindle is already running; showing its launcher"));
+            return 0;
+        }
+        // The Pindle that held the name may have ended since: try for it again.
+        if (attempt == claimAttempts) {
+            printLine(stderr, handed.error());
+            return 1;
+        }
+    }
 }
 
 } // namespace pindle::app

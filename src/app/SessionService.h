@@ -10,6 +10,7 @@
 
 #include <expected>
 #include <functional>
+#include <optional>
 
 namespace pindle::app {
 
@@ -53,9 +54,10 @@ private:
     bool m_exported = false;
 };
 
-// Asks the session's Pindle to toggle a panel or to show its launcher. On failure, one line
-// saying why (no Pindle owns the name, it did not answer in time, it refused).
-std::expected<void, QString> requestToggle(Panel panel);
-std::expected<void, QString> requestShowLauncher();
+// Makes this process the session's Pindle, or hands the command over to the one that is. The exit
+// status when this process is done (it handed over, saying so in one line when it was started
+// plainly; or it could not); nothing when it is now the session's Pindle, or the only one
+// because there is no bus.
+std::optional<int> claimOrHandOver(SessionService &session, const CommandLine &command);
 
 } // namespace pindle::app

@@ -1,7 +1,7 @@
 // Pindle's entry point: reads the command line (help and version need no display), checks for
-// a display, starts Qt with no main window, becomes the session's one Pindle or hands over to
-// the one already running, installs the desktop services for the window system Qt runs on, and
-// hands everything else to the AppDelegate once the event loop runs.
+// a display, starts Qt with no main window, becomes the session's one Pindle or hands over to the
+// one already running, installs the desktop services for the window system Qt runs on, and hands
+// everything else to the AppDelegate once the event loop runs.
 
 #include "app/AppDelegate.h"
 #include "app/CommandLine.h"
@@ -22,13 +22,6 @@ using pindle::app::CommandLine;
 void printLine(std::FILE *stream, const QString &text)
 {
     std::fprintf(stream, "pindle: %s\n", qPrintable(text));
-}
-
-// Passes the request to the Pindle that owns the session's name.
-std::expected<void, QString> handOver(const CommandLine &command)
-{
-    return command.action == CommandLine::Action::toggle ? pindle::app::requestToggle(command.panel)
-                                                         : pindle::app::requestShowLauncher();
 }
 
 } // namespace
@@ -60,6 +53,7 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("pindle"));
     QApplication::setApplicationDisplayName(QStringLiteral("Pindle"));
+    // Desktops remember the keys they gave Pindle under this id.
     QApplication::setDesktopFileName(QString::fromLatin1(pindle::app::applicationId));
     // Panels come and go; the program lives on in the background with none shown.
     QApplication::setQuitOnLastWindowClosed(false);
@@ -85,29 +79,8 @@ int main(int argc, char **argv)
         if (command.action == CommandLine::Action::toggle)
             delegate->toggle(command.panel);
     });
-    // Another Pindle may have ended between losing the name to it and asking it: ask again.
-    constexpr int claimAttempts = 3;
-    for (int attempt = 1;; ++attempt) {
-        const auto claim = session.claim();
-        if (claim == pindle::app::SessionService::Claim::owned)
-            break;
-        if (claim == pindle::app::SessionService::Claim::noSessionBus) {
-            printLine(stderr, QStringLiteral(
-                                  "no session D-Bus; running without checking for another Pindle"));
-            break;
-        }
-        const std::expected<void, QString> handed = handOver(*command);
-        if (handed) {
-            if (command->action == CommandLine::Action::run)
-                printLine(stdout,
-                          QStringLiteral("Pindle is already running; showing its launcher"));
-            return 0;
-        }
-        if (attempt == claimAttempts) {
-            printLine(stderr, handed.error());
-            return 1;
-        }
-    }
+    if (const std::optional<int> status = pindle::app::claimOrHandOver(session, *command))
+        return *status;
 
     pindle::platform::setServices(pindle::platform::createServices());
     delegate = std::make_unique<pindle::app::AppDelegate>();

@@ -27,7 +27,7 @@ probe_ask main frontmost '^frontmost '
 e2e_check "without an EWMH window manager nothing is frontmost" probe_said '^frontmost none$'
 probe_ask main capture '^captured$'
 probe_ask main restore '^restored$'
-probe_ask main "register 32 2048 U" '^(registered|failed) U$'
+probe_ask main "register Alt+U U" '^(registered|failed) U$'
 e2e_check "hot keys work without a window manager" probe_said '^registered U$'
 xdotool key alt+u
 e2e_check "and fire" probe_wait main '^fired U$' 1

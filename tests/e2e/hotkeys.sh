@@ -11,7 +11,7 @@ e2e_xterm editor
 e2e_wait_active "$E2E_WINDOW" || e2e_fail "xterm did not become active"
 
 probe_start main
-probe_ask main "register 32 2048 U" '^(registered|failed) U$'
+probe_ask main "register Alt+U U" '^(registered|failed) U$'
 e2e_check "Alt+U registers" probe_said '^registered U$'
 
 xdotool key alt+u
@@ -49,9 +49,9 @@ e2e_check "both locks are off again" test $((${PROBE_ANSWER#locks } & (lockMask 
 # Another client holds Alt+I: that registration fails, Alt+U keeps working, and the press goes
 # to the holder.
 probe_start holder
-probe_ask holder "register 34 2048 I" '^(registered|failed) I$'
+probe_ask holder "register Alt+I I" '^(registered|failed) I$'
 e2e_check "the other client registers Alt+I" probe_said '^registered I$'
-probe_ask main "register 34 2048 I" '^(registered|failed) I$'
+probe_ask main "register Alt+I I" '^(registered|failed) I$'
 e2e_check "Alt+I held elsewhere fails to register" probe_said '^failed I$'
 xdotool key alt+i alt+u
 e2e_check "Alt+U still fires" probe_wait main '^fired U$' 8
@@ -62,7 +62,7 @@ e2e_check "Alt+I never fired here" test "$(probe_count main '^fired I$')" -eq 0
 # what did get grabbed is released, so a third client can take plain Alt+O.
 probe_ask holder "grab o $((alt | lockMask))" '^(grabbed|busy)$'
 e2e_check "the other client grabs Alt+Caps+O" probe_said '^grabbed$'
-probe_ask main "register 31 2048 O" '^(registered|failed) O$'
+probe_ask main "register Alt+O O" '^(registered|failed) O$'
 e2e_check "Alt+O fails to register" probe_said '^failed O$'
 probe_start third
 probe_ask third "grab o $alt" '^(grabbed|busy)$'
@@ -79,7 +79,7 @@ e2e_check "Alt+U fires from its new key" probe_wait main '^fired U$' 9
 
 # Unregistering releases the grabs: another client can now take Alt+U.
 probe_ask main unregister '^unregistered$'
-probe_ask holder "register 32 2048 U" '^(registered|failed) U$'
+probe_ask holder "register Alt+U U" '^(registered|failed) U$'
 e2e_check "Alt+U is free after unregisterAll" probe_said '^registered U$'
 
 probe_send main quit

@@ -45,4 +45,12 @@ e2e_check "a single launcher is shown" test "$(pindle_visible_windows | wc -l)" 
 xdotool key Escape
 e2e_check "Escape closes it" e2e_wait_for 5 pindle_has_no_panel
 pindle_stop TERM "$winner"
+
+# No session bus to ask: it runs as the only Pindle, and says so in one line.
+DBUS_SESSION_BUS_ADDRESS="unix:path=$E2E_TMP/no-bus" e2e_spawn alone "$PINDLE_BIN"
+PINDLE_PID=$E2E_PID
+pindle_wait_ready "$editor"
+e2e_check "without a session bus it still answers its keys, saying why in one line" \
+    test "$(grep -c 'no session D-Bus' "$E2E_TMP/alone.err")" -eq 1
+pindle_stop TERM "$PINDLE_PID"
 e2e_finish

@@ -2,7 +2,7 @@
 # scripts called with the probe's path; brings in harness.sh.
 #
 #     probe_start main                               # waits for "ready"
-#     probe_ask main "register 32 2048 U" '^(registered|failed) U$'
+#     probe_ask main "register Alt+U U" '^(registered|failed) U$'
 #     probe_said '^registered U$'                    # the answer to the last question
 #     probe_wait main '^fired U$' 2                  # waits for the 2nd such line in all output
 

@@ -115,13 +115,19 @@ public:
         text.reset();
         ++clears;
     }
-    void setString(const QString &value) override { text = value; }
+    void setString(const QString &value) override
+    {
+        text = value;
+        if (onSetString)
+            onSetString();
+    }
 
     std::optional<QString> text;
     int clears = 0;
     int requests = 0;
     bool holdAnswers = false;
     bool readableWithoutFocus = true;
+    std::function<void()> onSetString;
     QList<StringHandler> pending;
 };
 

@@ -10,15 +10,6 @@
 #include <algorithm>
 #include <utility>
 
-namespace {
-
-// One shortcut as the portal passes it: (sa{sv}).
-struct PortalShortcut
-{
-    QString id;
-    QVariantMap properties;
-};
-
 QDBusArgument &operator<<(QDBusArgument &argument, const PortalShortcut &shortcut)
 {
     argument.beginStructure();
@@ -35,10 +26,6 @@ const QDBusArgument &operator>>(const QDBusArgument &argument, PortalShortcut &s
     return argument;
 }
 
-} // namespace
-
-Q_DECLARE_METATYPE(PortalShortcut)
-
 namespace pindle::platform::wayland {
 namespace {
 
@@ -48,6 +35,7 @@ const QString shortcutsInterface = QStringLiteral("org.freedesktop.portal.Global
 const QString requestInterface = QStringLiteral("org.freedesktop.portal.Request");
 const QString registryInterface = QStringLiteral("org.freedesktop.host.portal.Registry");
 const QString sessionInterface = QStringLiteral("org.freedesktop.portal.Session");
+const QString sessionToken = QStringLiteral("pindle");
 constexpr uint responseSuccess = 0;
 
 // The shortcuts in a portal answer, by id, with their properties.
@@ -179,12 +167,13 @@ void PortalGlobalShortcuts::registerApplication()
 
 void PortalGlobalShortcuts::createSession()
 {
-    const QString token = QStringLiteral("pindle%1").arg(m_nextToken++);
-    // KDE's portal of Plasma 5.27 binds only the shortcuts given here: it answers a later
-    // BindShortcuts with an empty list and leaves the keys to the focused window.
-    const QVariantMap options{{QStringLiteral("handle_token"), token},
-                              {QStringLiteral("session_handle_token"), token},
-                              {QStringLiteral("shortcuts"), wantedShortcuts()}};
+    // Plasma 5.27 keeps a session's shortcuts under its token, and takes the shortcuts with the
+    // session (it binds nothing on BindShortcuts): a fixed token lets it remember them between
+    // runs, and offering them here lets it bind them at all. Later portals ignore the option.
+    const QVariantMap options{
+        {QStringLiteral("handle_token"), QStringLiteral("pindle%1").arg(m_nextToken++)},
+        {QStringLiteral("session_handle_token"), sessionToken},
+        {QStringLiteral("shortcuts"), QVariant::fromValue(portalShortcuts())}};
     request(shortcutsInterface, QStringLiteral("CreateSession"), {options},
             [this](uint code, const QVariantMap &results) {
                 m_session = pathIn(results.value(QStringLiteral("session_handle")));
@@ -222,25 +211,26 @@ void PortalGlobalShortcuts::listShortcuts()
 void PortalGlobalShortcuts::bindShortcuts()
 {
     const QStringList asked(m_unanswered.cbegin(), m_unanswered.cend());
+    // Every shortcut of the session, not only the new ones: binding replaces the session's set.
+    const QList<PortalShortcut> shortcuts = portalShortcuts();
     const QVariantMap options{
         {QStringLiteral("handle_token"), QStringLiteral("pindle%1").arg(m_nextToken++)}};
-    request(
-        shortcutsInterface, QStringLiteral("BindShortcuts"),
-        {QVariant::fromValue(QDBusObjectPath(m_session)), wantedShortcuts(), QString(), options},
-        [this, asked](uint code, const QVariantMap &results) {
-            settle(asked, code == responseSuccess ? results : QVariantMap());
-        });
+    request(shortcutsInterface, QStringLiteral("BindShortcuts"),
+            {QVariant::fromValue(QDBusObjectPath(m_session)), QVariant::fromValue(shortcuts),
+             QString(), options},
+            [this, asked](uint code, const QVariantMap &results) {
+                settle(asked, code == responseSuccess ? results : QVariantMap());
+            });
 }
 
-QVariant PortalGlobalShortcuts::wantedShortcuts() const
+QList<PortalShortcut> PortalGlobalShortcuts::portalShortcuts() const
 {
-    // Every shortcut of the session, not only the new ones: binding replaces the session's set.
     QList<PortalShortcut> shortcuts;
     for (const auto &[id, wanted] : m_wanted)
         shortcuts.append({id,
                           {{QStringLiteral("description"), wanted.description},
                            {QStringLiteral("preferred_trigger"), wanted.trigger}}});
-    return QVariant::fromValue(shortcuts);
+    return shortcuts;
 }
 
 void PortalGlobalShortcuts::settle(const QStringList &asked, const QVariantMap &results)

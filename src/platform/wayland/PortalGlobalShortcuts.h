@@ -16,8 +16,18 @@
 #include <functional>
 #include <map>
 
+class QDBusArgument;
 class QDBusMessage;
-class QDBusPendingCallWatcher;
+
+// One shortcut as the portal passes it: (sa{sv}).
+struct PortalShortcut
+{
+    QString id;
+    QVariantMap properties;
+};
+QDBusArgument &operator<<(QDBusArgument &argument, const PortalShortcut &shortcut);
+const QDBusArgument &operator>>(const QDBusArgument &argument, PortalShortcut &shortcut);
+Q_DECLARE_METATYPE(PortalShortcut)
 
 namespace pindle::platform::wayland {
 
@@ -63,8 +73,7 @@ private:
     void createSession();
     void listShortcuts();
     void bindShortcuts();
-    // The shortcuts asked for, as the portal takes them (a(sa{sv})).
-    QVariant wantedShortcuts() const;
+    QList<PortalShortcut> portalShortcuts() const;
     // Settles the shortcuts asked about from the portal's list of what it has bound.
     void settle(const QStringList &asked, const QVariantMap &results);
     void fail();
