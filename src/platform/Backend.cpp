@@ -25,8 +25,9 @@ std::expected<void, QString> checkDisplay()
         return std::unexpected(
             QStringLiteral("no display to open: %1; %2").arg(wayland.error(), x11.error()));
     // Left to itself, Qt picks X11 in a Wayland session that does not say it is one, and
-    // Xwayland cannot give Pindle its keys.
-    qputenv("QT_QPA_PLATFORM", wayland ? "wayland" : "xcb");
+    // Xwayland cannot give Pindle its keys. Xwayland stays the fallback for a Qt without its
+    // Wayland plugin.
+    qputenv("QT_QPA_PLATFORM", !wayland ? "xcb" : x11 ? "wayland;xcb" : "wayland");
     return {};
 }
 

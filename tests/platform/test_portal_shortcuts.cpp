@@ -21,33 +21,8 @@
 using pindle::platform::ShortcutRefusal;
 using pindle::platform::wayland::PortalGlobalShortcuts;
 
-namespace {
-
-struct Shortcut
-{
-    QString id;
-    QVariantMap properties;
-};
-
-QDBusArgument &operator<<(QDBusArgument &argument, const Shortcut &shortcut)
-{
-    argument.beginStructure();
-    argument << shortcut.id << shortcut.properties;
-    argument.endStructure();
-    return argument;
-}
-
-const QDBusArgument &operator>>(const QDBusArgument &argument, Shortcut &shortcut)
-{
-    argument.beginStructure();
-    argument >> shortcut.id >> shortcut.properties;
-    argument.endStructure();
-    return argument;
-}
-
-} // namespace
-
-Q_DECLARE_METATYPE(Shortcut)
+// The portal's (sa{sv}) records, as the client marshals them.
+using Shortcut = PortalShortcut;
 
 namespace {
 

@@ -139,7 +139,7 @@ public:
     QList<Screen> screens() override { return all; }
     std::optional<Screen> mainScreen() override { return main; }
     QPointF mouseLocation() override { return mouse; }
-    // Flips y about the first screen's height, as the X11 backend flips about the primary's.
+    // Flips y about the first screen's height, as the Qt screens flip about the primary's.
     QRectF toWindowSystem(const QRectF &frame) override;
     QRectF fromWindowSystem(const QRectF &geometry) override;
     bool canPlaceWindows() override { return canPlace; }

@@ -107,11 +107,7 @@ void X11Application::activateIgnoringOtherApps()
 
 void X11Application::makeKeyAndOrderFront(QWindow *window)
 {
-    if (window == nullptr)
-        return;
-    window->show();
-    window->raise();
-    window->requestActivate();
+    QtApplication::makeKeyAndOrderFront(window);
     requestActivationOf(window);
 }
 

@@ -3,6 +3,7 @@
 // The X11 backend: hot keys as key grabs, focus through EWMH, and Qt for the rest.
 
 #include "platform/Platform.h"
+#include "platform/QtServices.h"
 
 #include <expected>
 
@@ -17,11 +18,11 @@ std::expected<void, QString> displayReachable();
 // with exit status 1.
 std::optional<Services> createX11Services(QString *error = nullptr);
 
-class X11Application final : public Application
+class X11Application final : public QtApplication
 {
 public:
-    // Nothing to do: X11 has no dock, and panels keep out of task bars as tool windows.
-    void setActivationPolicy(ActivationPolicy) override {}
+    // Whether it composites is asked each time: a compositing manager may come and go.
+    X11Application() : QtApplication(false) {}
     // Activates the window that has or last had the focus, if it is still shown; a window
     // about to be shown is activated by makeKeyAndOrderFront.
     void activateIgnoringOtherApps() override;
