@@ -9,17 +9,12 @@
 #     bench/panel-latency.sh [RUNS]      (default 30 per panel; PINDLE_BENCH_BUILD picks the build)
 set -euo pipefail
 source "$(dirname "$0")/../scripts/lib/common.sh"
+source "$(dirname "$0")/panel_latency_lib.sh"
 runs=${1:-30}
-build="${PINDLE_BENCH_BUILD:-$pindle_root/build/release}"
 
 pindle_ensure_packages "${PINDLE_PACKAGES[@]}"
-if [ -n "${PINDLE_BENCH_BUILD:-}" ]; then
-    # A build folder of the caller's: built as it is configured.
-    cmake --build "$build" --target pindle
-else
-    # The folder scripts/run builds, with its options.
-    pindle_build "$build" -DCMAKE_BUILD_TYPE=Release -DPINDLE_BUILD_TESTS=OFF -DPINDLE_BUILD_BENCH=OFF
-fi
+bench_build
+build=$bench_dir
 probe="$build/bench/panel_latency_probe"
 source_file="$pindle_root/bench/panel_latency_probe.cpp"
 if [ ! -x "$probe" ] || [ "$source_file" -nt "$probe" ]; then
@@ -33,17 +28,8 @@ source "$pindle_root/tests/e2e/pindle_lib.sh"
 pindle_setup
 PINDLE_BIN="$build/src/app/pindle"
 
-# 10,000 shortcuts with varied names; three share the address the creator is opened with.
-words=(alpha budget cloud docs editor forum gallery health issues journal kernel library
-    market news office photos quarterly recipes search travel update video weather xkcd)
 shared=https://example.com/shared/page
-for ((i = 0; i < 10000; i++)); do
-    name="${words[i % 24]} ${words[(i / 24) % 24]} $i"
-    url="https://site$i.example.org/${words[(i / 7) % 24]}"
-    [ "$i" -lt 3 ] && url=$shared
-    printf '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict><key>URL</key><string>%s</string></dict></plist>\n' \
-        "$url" >"$PINDLE_FOLDER/$name.webloc"
-done
+bench_shortcuts "$PINDLE_FOLDER" "$shared"
 
 pindle_start
 # Ready once Alt+U opens the launcher; no window is needed to take the focus from.
@@ -64,21 +50,13 @@ pindle_clipboard "$shared"
 sleep 1
 rss_kb=$(awk '/^VmRSS:/ {print $2}' "/proc/$PINDLE_PID/status")
 
-summary() {
-    sort -n "$1" | awk -v label="$2" '
-        { v[NR] = $1; sum += $1 }
-        END {
-            printf "%-38s median %6.1f ms   p90 %6.1f ms   min %6.1f ms   max %6.1f ms   (%d runs)\n",
-                label, v[int((NR + 1) / 2)], v[int(NR * 0.9 + 0.5)], v[1], v[NR], NR
-        }'
-}
 echo "Pindle, Release, 10,000 shortcut files, Xvfb + openbox, $(nproc) CPUs"
 # The launcher's first showing since start-up is pindle_wait_ready's; every timed run is warm.
-summary "$E2E_TMP/launcher.ms" "Alt+U -> launcher painted (warm)"
+bench_summary "$E2E_TMP/launcher.ms" "Alt+U -> launcher painted (warm)"
 head -n1 "$E2E_TMP/creator.ms" >"$E2E_TMP/creator-cold.ms"
 tail -n +2 "$E2E_TMP/creator.ms" >"$E2E_TMP/creator-warm.ms"
-summary "$E2E_TMP/creator-cold.ms" "Alt+I -> creator with list (first)"
-summary "$E2E_TMP/creator-warm.ms" "Alt+I -> creator with list (warm)"
+bench_summary "$E2E_TMP/creator-cold.ms" "Alt+I -> creator with list (first)"
+bench_summary "$E2E_TMP/creator-warm.ms" "Alt+I -> creator with list (warm)"
 awk -v kb="$rss_kb" 'BEGIN { printf "%-38s %6.1f MB\n", "idle resident memory (VmRSS)", kb / 1024 }'
 kill -TERM "$PINDLE_PID"
 wait "$PINDLE_PID" || true

@@ -10,6 +10,7 @@
 #include <QTimer>
 
 #include <chrono>
+#include <cstdio>
 #include <functional>
 #include <utility>
 
@@ -270,6 +271,10 @@ void AppDelegate::openCreatorThenReadClipboard()
 void AppDelegate::warnHotKeysUnavailable(const QList<HotKeyManager::Failure> &failures)
 {
     const HotKeyWarning warning = hotKeyWarning(failures);
+    // Also in the log: the command line to bind is easier to copy from there, and a session
+    // started without a visible desktop still says why the keys do nothing.
+    std::fprintf(stderr, "pindle: %s\n%s\n", qPrintable(warning.messageText),
+                 qPrintable(warning.informativeText));
     ui::Alert alert;
     alert.messageText = warning.messageText;
     alert.informativeText = warning.informativeText;

@@ -27,7 +27,12 @@ e2e_teardown() {
     for pid in "${E2E_PIDS[@]}" $E2E_WM_PID $E2E_XVFB_PID; do
         wait "$pid" 2>/dev/null || true
     done
-    rm -rf "$E2E_TMP"
+    # E2E_KEEP=1 keeps the logs for a look after a failure.
+    if [ "${E2E_KEEP:-0}" = 1 ]; then
+        e2e_log "kept $E2E_TMP"
+    else
+        rm -rf "$E2E_TMP"
+    fi
     exit "$status"
 }
 trap e2e_teardown EXIT
