@@ -3,13 +3,17 @@
 #include "core/SearchIndex.h"
 #include "core/ShortcutFormat.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QHash>
 #include <QMimeDatabase>
+#include <QSet>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <optional>
+#include <sys/stat.h>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -22,11 +26,17 @@ namespace {
 // Keyed by the file URL, which for local files stands for its path: the scan's records share
 // their URL with the cache, so neither a lookup nor emptying the cache copies or frees a path.
 // An absent target is cached too, so a file that can't be read is not tried again before the
-// next scan.
+// next scan. The scan forgets the answers for the files its folder watch saw change, and those
+// in `unwatched`, whose changes the watch can't see. Main thread only.
 struct Caches
 {
     QHash<QUrl, std::optional<QString>> targets;
     QHash<QUrl, QString> subtitles;
+    QSet<QUrl> unwatched;
+    // What was forgotten since the last markForgetting(), for a reader whose answers were read
+    // before and arrive after.
+    QSet<QUrl> forgottenSinceMark;
+    bool isClearedSinceMark = false;
 };
 
 Caches &caches()
@@ -61,6 +71,31 @@ std::optional<QString> shortcutTarget(const QString &path)
     return std::nullopt;
 }
 
+// A plain file with no other name: reached through a link, or written through another name,
+// it could change without an event on the shortcut folder. A file that is not there is watched:
+// its creation is such an event.
+bool isWatched(const QString &path)
+{
+    struct stat info = {};
+    if (::lstat(QFile::encodeName(path).constData(), &info) != 0)
+        return errno == ENOENT;
+    return S_ISREG(info.st_mode) && info.st_nlink == 1;
+}
+
+detail::ReadTarget readTarget(const QString &path)
+{
+    const bool watched = isWatched(path);
+    return {shortcutTarget(path), watched};
+}
+
+void store(const QUrl &file, detail::ReadTarget read)
+{
+    Caches &cache = caches();
+    cache.targets.insert(file, std::move(read.target));
+    if (!read.isWatched)
+        cache.unwatched.insert(file);
+}
+
 // What the file manager calls the file's kind; empty for a file that is not there.
 QString typeDescription(const QString &path)
 {
@@ -76,8 +111,9 @@ std::optional<QString> target(const QUrl &file)
     auto &targets = caches().targets;
     if (const auto cached = targets.constFind(file); cached != targets.cend())
         return *cached;
-    std::optional<QString> address = shortcutTarget(file.toLocalFile());
-    targets.insert(file, address);
+    detail::ReadTarget read = readTarget(file.toLocalFile());
+    std::optional<QString> address = read.target;
+    store(file, std::move(read));
     return address;
 }
 
@@ -95,6 +131,7 @@ QString subtitle(const QUrl &file)
 void clearCaches()
 {
     caches() = Caches();
+    caches().isClearedSinceMark = true;
 }
 
 } // namespace pindle::ShortcutURL
@@ -119,12 +156,12 @@ void cacheTargets(const QList<IndexedFile> &files)
     // Reading is mostly system calls, which the second core halves; the files are handed out in
     // small runs so that a core busy with other work takes fewer of them.
     constexpr size_t run = 32;
-    std::vector<std::optional<QString>> read(missing.size());
+    std::vector<ReadTarget> read(missing.size());
     std::atomic<size_t> next = 0;
     const auto work = [&] {
         for (size_t from; (from = next.fetch_add(run)) < missing.size();) {
             for (size_t k = from; k < std::min(from + run, missing.size()); ++k)
-                read[k] = ShortcutURL::shortcutTarget(files[missing[k]].url.toLocalFile());
+                read[k] = ShortcutURL::readTarget(files[missing[k]].url.toLocalFile());
         }
     };
     std::optional<std::thread> helper;
@@ -139,7 +176,57 @@ void cacheTargets(const QList<IndexedFile> &files)
 
     targets.reserve(targets.size() + qsizetype(missing.size()));
     for (size_t k = 0; k < missing.size(); ++k)
-        targets.insert(files[missing[k]].url, std::move(read[k]));
+        ShortcutURL::store(files[missing[k]].url, std::move(read[k]));
+}
+
+ReadTarget readTarget(const QString &path)
+{
+    return ShortcutURL::readTarget(path);
+}
+
+void forgetFile(const QUrl &file)
+{
+    auto &cache = ShortcutURL::caches();
+    cache.targets.remove(file);
+    cache.subtitles.remove(file);
+    cache.unwatched.remove(file);
+    cache.forgottenSinceMark.insert(file);
+}
+
+void forgetUnwatchedFiles()
+{
+    auto &cache = ShortcutURL::caches();
+    for (const QUrl &file : std::as_const(cache.unwatched)) {
+        cache.targets.remove(file);
+        cache.subtitles.remove(file);
+        cache.forgottenSinceMark.insert(file);
+    }
+    cache.unwatched.clear();
+}
+
+bool isTargetCached(const QUrl &file)
+{
+    return ShortcutURL::caches().targets.contains(file);
+}
+
+void markForgetting()
+{
+    auto &cache = ShortcutURL::caches();
+    cache.forgottenSinceMark.clear();
+    cache.isClearedSinceMark = false;
+}
+
+void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read)
+{
+    auto &cache = ShortcutURL::caches();
+    if (cache.isClearedSinceMark)
+        return;
+    cache.targets.reserve(cache.targets.size() + files.size());
+    for (qsizetype k = 0; k < files.size(); ++k) {
+        const QUrl &file = files[k];
+        if (!cache.forgottenSinceMark.contains(file) && !cache.targets.contains(file))
+            ShortcutURL::store(file, std::move(read[size_t(k)]));
+    }
 }
 
 } // namespace pindle::detail
