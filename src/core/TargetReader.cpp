@@ -104,7 +104,7 @@ void TargetReader::waitForReading()
         finish(m_job);
 }
 
-void TargetReader::finish(const std::shared_ptr<Job> &job)
+void TargetReader::finish(std::shared_ptr<Job> job)
 {
     job->worker.join();
     job->isFinished = true;

@@ -38,7 +38,8 @@ public:
     struct Job;
 
 private:
-    void finish(const std::shared_ptr<Job> &job);
+    // By value: it drops m_job.
+    void finish(std::shared_ptr<Job> job);
 
     QPointer<QObject> m_context;
     std::function<void()> m_onRead;
