@@ -125,8 +125,8 @@ void pressChord(xcb_connection_t *c, xcb_keycode_t alt, xcb_keycode_t key)
 
 xcb_atom_t atomNamed(xcb_connection_t *c, const char *name)
 {
-    xcb_intern_atom_reply_t *reply =
-        xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, std::uint16_t(std::strlen(name)), name), nullptr);
+    xcb_intern_atom_reply_t *reply = xcb_intern_atom_reply(
+        c, xcb_intern_atom(c, 0, std::uint16_t(std::strlen(name)), name), nullptr);
     const xcb_atom_t atom = reply != nullptr ? reply->atom : XCB_ATOM_NONE;
     std::free(reply);
     return atom;
@@ -141,8 +141,8 @@ int measureStall(xcb_connection_t *c, xcb_window_t root, xcb_window_t window, xc
 {
     const xcb_atom_t protocols = atomNamed(c, "WM_PROTOCOLS");
     const xcb_atom_t ping = atomNamed(c, "_NET_WM_PING");
-    // The answers go to the root window, to the clients that watch its children.
-    const std::uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+    // Qt sends its answers to the root window, to the clients that watch its structure.
+    const std::uint32_t mask = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
     xcb_change_window_attributes(c, root, XCB_CW_EVENT_MASK, &mask);
     const std::uint32_t background = pixelAt(c, root, x, y);
 
@@ -170,13 +170,18 @@ int measureStall(xcb_connection_t *c, xcb_window_t root, xcb_window_t window, xc
         event.data.data32[1] = serial;
         event.data.data32[2] = window;
         const auto sent = std::chrono::steady_clock::now();
-        xcb_send_event(c, 0, window, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char *>(&event));
+        xcb_send_event(c, 0, window, XCB_EVENT_MASK_NO_EVENT,
+                       reinterpret_cast<const char *>(&event));
         xcb_flush(c);
         for (bool answered = false; !answered;) {
-            xcb_generic_event_t *reply = xcb_wait_for_event(c);
+            xcb_generic_event_t *reply = xcb_poll_for_event(c);
             if (reply == nullptr) {
-                std::fprintf(stderr, "the X connection broke\n");
-                return 1;
+                if (xcb_connection_has_error(c) || millisecondsSince(sent) > stallTimeoutMs) {
+                    std::fprintf(stderr, "no answer to a ping\n");
+                    return 1;
+                }
+                std::this_thread::sleep_for(std::chrono::microseconds(50));
+                continue;
             }
             if ((reply->response_type & 0x7f) == XCB_CLIENT_MESSAGE) {
                 const auto *message = reinterpret_cast<xcb_client_message_event_t *>(reply);

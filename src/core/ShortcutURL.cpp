@@ -16,6 +16,7 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -33,10 +34,17 @@ struct Caches
     QHash<QUrl, std::optional<QString>> targets;
     QHash<QUrl, QString> subtitles;
     QSet<QUrl> unwatched;
-    // What was forgotten since the last markForgetting(), for a reader whose answers were read
-    // before and arrive after.
+    // What was forgotten since markForgetting(), while a reader's answers are under way: they
+    // may have been read before the change.
+    bool isMarking = false;
     QSet<QUrl> forgottenSinceMark;
     bool isClearedSinceMark = false;
+    // The targets of one list, in its order, once all of them are cached; dropped when anything
+    // is forgotten. The creator's list compares them all on every showing, and looking each up
+    // by its URL costs a hundred times more.
+    QList<IndexedFile> listed;
+    std::vector<std::optional<QString>> listedTargets;
+    bool hasListedTargets = false;
 };
 
 Caches &caches()
@@ -130,7 +138,9 @@ QString subtitle(const QUrl &file)
 
 void clearCaches()
 {
+    const bool isMarking = caches().isMarking;
     caches() = Caches();
+    caches().isMarking = isMarking;
     caches().isClearedSinceMark = true;
 }
 
@@ -184,22 +194,39 @@ ReadTarget readTarget(const QString &path)
     return ShortcutURL::readTarget(path);
 }
 
+namespace {
+
+void dropListedTargets()
+{
+    auto &cache = ShortcutURL::caches();
+    cache.listed = {};
+    cache.listedTargets = {};
+    cache.hasListedTargets = false;
+}
+
+} // namespace
+
 void forgetFile(const QUrl &file)
 {
     auto &cache = ShortcutURL::caches();
+    dropListedTargets();
     cache.targets.remove(file);
     cache.subtitles.remove(file);
     cache.unwatched.remove(file);
-    cache.forgottenSinceMark.insert(file);
+    if (cache.isMarking)
+        cache.forgottenSinceMark.insert(file);
 }
 
 void forgetUnwatchedFiles()
 {
     auto &cache = ShortcutURL::caches();
+    if (!cache.unwatched.isEmpty())
+        dropListedTargets();
     for (const QUrl &file : std::as_const(cache.unwatched)) {
         cache.targets.remove(file);
         cache.subtitles.remove(file);
-        cache.forgottenSinceMark.insert(file);
+        if (cache.isMarking)
+            cache.forgottenSinceMark.insert(file);
     }
     cache.unwatched.clear();
 }
@@ -209,22 +236,45 @@ bool isTargetCached(const QUrl &file)
     return ShortcutURL::caches().targets.contains(file);
 }
 
+const std::vector<std::optional<QString>> *cachedTargets(const QList<IndexedFile> &files)
+{
+    auto &cache = ShortcutURL::caches();
+    if (cache.hasListedTargets && cache.listed.isSharedWith(files) &&
+        cache.listed.size() == files.size())
+        return &cache.listedTargets;
+    std::vector<std::optional<QString>> targets;
+    targets.reserve(size_t(files.size()));
+    for (const IndexedFile &file : files) {
+        const auto found = cache.targets.constFind(file.url);
+        if (found == cache.targets.cend())
+            return nullptr;
+        targets.push_back(*found);
+    }
+    cache.listed = files;
+    cache.listedTargets = std::move(targets);
+    cache.hasListedTargets = true;
+    return &cache.listedTargets;
+}
+
 void markForgetting()
 {
     auto &cache = ShortcutURL::caches();
     cache.forgottenSinceMark.clear();
     cache.isClearedSinceMark = false;
+    cache.isMarking = true;
 }
 
 void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read)
 {
     auto &cache = ShortcutURL::caches();
+    const QSet<QUrl> forgotten = std::exchange(cache.forgottenSinceMark, {});
+    cache.isMarking = false;
     if (cache.isClearedSinceMark)
         return;
     cache.targets.reserve(cache.targets.size() + files.size());
     for (qsizetype k = 0; k < files.size(); ++k) {
         const QUrl &file = files[k];
-        if (!cache.forgottenSinceMark.contains(file) && !cache.targets.contains(file))
+        if (!forgotten.contains(file) && !cache.targets.contains(file))
             ShortcutURL::store(file, std::move(read[size_t(k)]));
     }
 }

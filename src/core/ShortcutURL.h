@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/FileIndex.h"
+
 #include <QString>
 #include <QUrl>
 
@@ -35,6 +37,9 @@ void forgetFile(const QUrl &file);
 // Drops the cached answers for the files whose changes the folder watch can't see.
 void forgetUnwatchedFiles();
 bool isTargetCached(const QUrl &file);
+// The targets of `files` in their order when all of them are cached, else null. Valid until the
+// next call or the next change to the caches.
+const std::vector<std::optional<QString>> *cachedTargets(const QList<IndexedFile> &files);
 // Starts recording what is forgotten, so that storeReadTargets() can leave out answers read
 // before their file changed. One reader at a time.
 void markForgetting();

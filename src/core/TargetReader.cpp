@@ -48,6 +48,8 @@ bool TargetReader::ensureTargets(const QList<IndexedFile> &files)
 {
     if (m_job)
         return false;
+    if (detail::cachedTargets(files) != nullptr)
+        return true;
     auto job = std::make_shared<Job>();
     for (const IndexedFile &file : files) {
         if (!detail::isTargetCached(file.url))
