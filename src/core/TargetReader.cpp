@@ -72,12 +72,13 @@ bool TargetReader::ensureTargets(const QList<IndexedFile> &files)
     job->read.resize(job->paths.size());
     detail::markForgetting();
 
-    // The worker holds the job, never the reader: the reader may be gone when it ends.
-    QPointer<QObject> context = m_context;
+    // The context outlives the worker: the reader, which the context's owner holds, joins it
+    // when destroyed. The answer is posted; the reader may be gone by the time it comes.
+    QObject *context = m_context;
     const auto work = [job, context, this] {
         for (size_t k = 0; k < job->paths.size() && !job->isCancelled; ++k)
             job->read[k] = detail::readTarget(job->paths[k]);
-        if (job->isCancelled || !context)
+        if (job->isCancelled || context == nullptr)
             return;
         QMetaObject::invokeMethod(
             context,
@@ -90,7 +91,7 @@ bool TargetReader::ensureTargets(const QList<IndexedFile> &files)
     try {
         job->worker = std::thread(work);
     } catch (const std::system_error &) {
-        // No thread to be had: the list waits for no one, it is read here.
+        // No thread to be had: the targets are read here, holding the interface up.
         work();
         job->isFinished = true;
         detail::storeReadTargets(job->files, job->read);

@@ -21,8 +21,8 @@ namespace pindle {
 class TargetReader
 {
 public:
-    // context: an object of the main thread; onRead runs there, with the context alive, each
-    // time a reading ends.
+    // context: an object of the main thread that outlives the reader (its owner, say); onRead
+    // runs there each time a reading ends.
     TargetReader(QObject *context, std::function<void()> onRead);
     ~TargetReader();
     TargetReader(const TargetReader &) = delete;
