@@ -1,5 +1,5 @@
 # Shared by the panel latency benchmarks (X11 and Wayland), sourced after scripts/lib/common.sh:
-# the build under test, 10,000 shortcut files, and the summary line of a list of timings.
+# the build under test, a folder of shortcut files, and the summary line of a list of timings.
 
 # bench_build: builds pindle (PINDLE_BENCH_BUILD, else the Release folder scripts/run uses) and
 # sets bench_dir to its build folder.
@@ -13,14 +13,7 @@ bench_build() {
     fi
 }
 
-# bench_shortcuts FOLDER SHARED_URL: 10,000 shortcuts with varied names; three point at
-# SHARED_URL, the address the creator is opened with.
-bench_shortcuts() {
-    local words=(alpha budget cloud docs editor forum gallery health issues journal kernel library
-        market news office photos quarterly recipes search travel update video weather xkcd)
-    local i name url
-    for ((i = 0; i < 10000; i++)); do
-        name="${words[i % 24]} ${words[(i / 24) % 24]} $i"
+X
         url="https://site$i.example.org/${words[(i / 7) % 24]}"
         [ "$i" -lt 3 ] && url=$2
         printf '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict><key>URL</key><string>%s</string></dict></plist>\n' \

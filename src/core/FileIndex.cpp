@@ -1,6 +1,7 @@
 #include "core/FileIndex.h"
 
 #include "core/Collation.h"
+#include "core/FolderWatch.h"
 #include "core/LocalPath.h"
 #include "core/SearchIndex.h"
 #include "core/ShortcutFormat.h"
@@ -146,6 +147,28 @@ private:
 
 std::mutex previousScanMutex;
 
+// The list the last scan returned, and the watch that tells whether it still holds. While
+// nothing has changed, a scan returns that list again, and the caches of ShortcutURL keep all
+// but the answers for the files that changed.
+struct WatchedFolder
+{
+    detail::FolderWatch watch;
+    QList<IndexedFile> files;
+    bool isListed = false;
+    // False when the folder holds links (or entries of unknown type): what they point at may
+    // change, and a regular file become a folder or back, with no event on this folder.
+    bool isSettled = false;
+};
+
+// Held for the length of a scan.
+std::mutex watchedFolderMutex;
+
+WatchedFolder &watchedFolder()
+{
+    static WatchedFolder instance;
+    return instance;
+}
+
 PreviousScan &previousScan()
 {
     static PreviousScan instance;
@@ -187,19 +210,41 @@ bool directoryExists()
 
 QList<IndexedFile> scan()
 {
-    ShortcutURL::clearCaches();
-    detail::forgetSearchedList();
-
+    const std::lock_guard watchLock(watchedFolderMutex);
+    WatchedFolder &watched = watchedFolder();
     const QString folderPath = directory().toLocalFile();
-    const int fd = ::open(QFile::encodeName(folderPath).constData(),
-                          O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0)
+    const QString prefix = folderPath.endsWith(u'/') ? folderPath : folderPath + u'/';
+
+    // The events queued so far tell of every change made before this moment.
+    const detail::FolderChanges changes = watched.watch.takeChanges();
+    if (!changes.isComplete) {
+        ShortcutURL::clearCaches();
+    } else {
+        for (const std::string &name : changes.names)
+            detail::forgetFile(fileUrl(pathOf(prefix, name.c_str())));
+        detail::forgetUnwatchedFiles();
+        if (changes.names.empty() && watched.isListed && watched.isSettled)
+            return watched.files;
+    }
+    detail::forgetSearchedList();
+    watched.files = {};
+    watched.isListed = false;
+
+    const QByteArray encodedPath = QFile::encodeName(folderPath);
+    const int fd = ::open(encodedPath.constData(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        watched.watch.stop();
         return {};
+    }
     const std::unique_ptr<DIR, DirectoryCloser> listing(::fdopendir(fd));
     if (!listing) {
         ::close(fd);
+        watched.watch.stop();
         return {};
     }
+    // Set before the listing, so that a change made while it runs is seen at the next scan.
+    watched.watch.watch(fd, encodedPath);
+    bool isSettled = true;
 
     // Taken out for the length of the scan, so that scans on other threads start afresh rather
     // than wait.
@@ -210,7 +255,6 @@ QList<IndexedFile> scan()
     }
     PreviousScan now;
 
-    const QString prefix = folderPath.endsWith(u'/') ? folderPath : folderPath + u'/';
     std::vector<Listed> listed;
     listed.reserve(std::max<size_t>(256, before.size()));
     std::string keys;
@@ -219,12 +263,18 @@ QList<IndexedFile> scan()
         errno = 0;
         const dirent *entry = ::readdir(listing.get());
         if (entry == nullptr) {
-            if (errno != 0)
+            if (errno != 0) {
+                watched.watch.stop();
                 return {};
+            }
             break;
         }
         // Hidden names, and "." and "..".
-        if (entry->d_name[0] == '.' || !isRegularFile(::dirfd(listing.get()), *entry))
+        if (entry->d_name[0] == '.')
+            continue;
+        if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN)
+            isSettled = false;
+        if (!isRegularFile(::dirfd(listing.get()), *entry))
             continue;
         const std::string_view name(entry->d_name);
         now.addName(name);
@@ -286,9 +336,13 @@ QList<IndexedFile> scan()
     for (Listed &entry : listed)
         inListingOrder.push_back(std::move(entry.record));
     now.setRecords(std::move(inListingOrder));
-
-    const std::lock_guard lock(previousScanMutex);
-    previousScan() = std::move(now);
+    {
+        const std::lock_guard lock(previousScanMutex);
+        previousScan() = std::move(now);
+    }
+    watched.files = files;
+    watched.isListed = true;
+    watched.isSettled = isSettled;
     return files;
 }
 
@@ -298,6 +352,13 @@ namespace pindle::detail {
 
 void forgetScannedRecords()
 {
+    {
+        const std::lock_guard lock(FileIndex::watchedFolderMutex);
+        FileIndex::WatchedFolder &watched = FileIndex::watchedFolder();
+        watched.watch.stop();
+        watched.files = {};
+        watched.isListed = false;
+    }
     const std::lock_guard lock(FileIndex::previousScanMutex);
     FileIndex::previousScan() = {};
 }
