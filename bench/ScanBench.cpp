@@ -189,14 +189,16 @@ int main(int argc, char **argv)
     const QByteArray folder = QFile::encodeName(FileIndex::directory().toLocalFile());
     std::vector<QByteArray> paths;
     listOnly(folder, &paths);
-    Samples freshScans, scans, matchingPasses, targetPasses, subtitlePasses, listings, readings;
+    Samples freshScans, scans, changedScans, matchingPasses, targetPasses, subtitlePasses, listings,
+        readings;
     qsizetype listed = 0, withTarget = 0;
     // As in a panel, the last scan's list is replaced only once the new one is made.
     QList<IndexedFile> shown;
     // Round 0 warms the page cache and the collator and is not counted.
     for (int round = 0; round <= rounds; ++round) {
         // A scan that builds every record, as the first one of a process does, then a rescan of
-        // the unchanged folder, which takes the records of the scan before.
+        // the unchanged folder, which returns the list before, then one after a file was
+        // added, which lists the folder again and takes the unchanged records.
         detail::forgetScannedRecords();
         Stopwatch stopwatch;
         const QList<IndexedFile> fresh = FileIndex::scan();
@@ -206,6 +208,15 @@ int main(int argc, char **argv)
         stopwatch.restart();
         const QList<IndexedFile> files = FileIndex::scan();
         const auto scan = stopwatch.lap();
+
+        const QByteArray added = folder + "/added since.webloc";
+        if (const int fd = ::open(added.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644); fd >= 0)
+            ::close(fd);
+        stopwatch.restart();
+        (void)FileIndex::scan();
+        const auto changedScan = stopwatch.lap();
+        ::unlink(added.constData());
+        (void)FileIndex::scan();
 
         // What the creator's URL list costs: every target read, on two threads, then compared.
         stopwatch.restart();
@@ -239,6 +250,7 @@ int main(int argc, char **argv)
         }
         freshScans.add(freshScan);
         scans.add(scan);
+        changedScans.add(changedScan);
         matchingPasses.add(matchingPass);
         targetPasses.add(targetPass);
         subtitlePasses.add(subtitlePass);
@@ -250,6 +262,7 @@ int main(int argc, char **argv)
                 qlonglong(listed), qlonglong(withTarget), rounds);
     report("scan(), every record new", freshScans, scanBudgetMs);
     report("scan(), folder unchanged", scans, scanBudgetMs);
+    report("scan(), one file added", changedScans, scanBudgetMs);
     report("first target() pass", targetPasses, targetPassBudgetMs);
     report("matching(), cache empty", matchingPasses);
     report("subtitle() pass, from cache", subtitlePasses);

@@ -1,25 +1,26 @@
 #!/usr/bin/env bash
-# Pindle as a user feels it, under Xvfb + openbox with a Release build and 10,000 shortcut files:
+# Pindle as a user feels it, under Xvfb + openbox with a Release build and COUNT shortcut files:
 #   - Alt+U until the launcher is painted on screen (the folder is scanned on every showing),
 #   - Alt+I until the creator is painted with its list of shortcuts for the copied address,
-#   - resident memory once idle with the folder scanned.
+#   - resident memory once idle with the folder scanned,
+#   - the longest time Pindle's main thread leaves a ping unanswered while Alt+I opens the
+#     creator on a folder it has never read, swapped in for the first one, with the kernel's
+#     caches dropped when this user may (the output says whether they were), and Pindle's own
+#     files read back in unless PINDLE_BENCH_ALL_COLD is set.
 # The key presses are real XTEST key events; "painted" means a pixel of the panel read back from
 # the X server. The first showing is reported apart (cold); the rest give the warm figures.
 #
-#     bench/panel-latency.sh [RUNS]      (default 30 per panel; PINDLE_BENCH_BUILD picks the build)
+#     bench/panel-latency.sh [RUNS] [COUNT]
+#         (default 30 per panel and 10,000 files; PINDLE_BENCH_BUILD picks the build)
 set -euo pipefail
 source "$(dirname "$0")/../scripts/lib/common.sh"
+source "$(dirname "$0")/panel_latency_lib.sh"
 runs=${1:-30}
-build="${PINDLE_BENCH_BUILD:-$pindle_root/build/release}"
+count=${2:-10000}
 
 pindle_ensure_packages "${PINDLE_BUILD_PACKAGES[@]}" "${PINDLE_E2E_PACKAGES[@]}"
-if [ -n "${PINDLE_BENCH_BUILD:-}" ]; then
-    # A build folder of the caller's: built as it is configured.
-    cmake --build "$build" --target pindle
-else
-    # The folder scripts/run builds, with its options.
-    pindle_build "$build" -DCMAKE_BUILD_TYPE=Release -DPINDLE_BUILD_TESTS=OFF -DPINDLE_BUILD_BENCH=OFF
-fi
+bench_build
+build=$bench_dir
 probe="$build/bench/panel_latency_probe"
 source_file="$pindle_root/bench/panel_latency_probe.cpp"
 if [ ! -x "$probe" ] || [ "$source_file" -nt "$probe" ]; then
@@ -33,17 +34,8 @@ source "$pindle_root/tests/e2e/pindle_lib.sh"
 pindle_setup
 PINDLE_BIN="$build/src/app/pindle"
 
-# 10,000 shortcuts with varied names; three share the address the creator is opened with.
-words=(alpha budget cloud docs editor forum gallery health issues journal kernel library
-    market news office photos quarterly recipes search travel update video weather xkcd)
 shared=https://example.com/shared/page
-for ((i = 0; i < 10000; i++)); do
-    name="${words[i % 24]} ${words[(i / 24) % 24]} $i"
-    url="https://site$i.example.org/${words[(i / 7) % 24]}"
-    [ "$i" -lt 3 ] && url=$shared
-    printf '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict><key>URL</key><string>%s</string></dict></plist>\n' \
-        "$url" >"$PINDLE_FOLDER/$name.webloc"
-done
+bench_shortcuts "$PINDLE_FOLDER" "$shared" "$count"
 
 pindle_start
 # Ready once Alt+U opens the launcher; no window is needed to take the focus from.
@@ -64,21 +56,39 @@ pindle_clipboard "$shared"
 sleep 1
 rss_kb=$(awk '/^VmRSS:/ {print $2}' "/proc/$PINDLE_PID/status")
 
-summary() {
-    sort -n "$1" | awk -v label="$2" '
-        { v[NR] = $1; sum += $1 }
-        END {
-            printf "%-38s median %6.1f ms   p90 %6.1f ms   min %6.1f ms   max %6.1f ms   (%d runs)\n",
-                label, v[int((NR + 1) / 2)], v[int(NR * 0.9 + 0.5)], v[1], v[NR], NR
-        }'
-}
-echo "Pindle, Release, 10,000 shortcut files, Xvfb + openbox, $(nproc) CPUs"
+# A folder of other names, never read by this Pindle, put in place of the first one.
+xdotool key alt+u
+e2e_wait_for 5 pindle_has_panel || e2e_fail "the launcher did not open"
+window=$(pindle_visible_windows "$PINDLE_PID" | head -n1)
+xdotool key Escape
+e2e_wait_for 5 pindle_has_no_panel || e2e_fail "the launcher did not close"
+bench_shortcuts "$PINDLE_FOLDER.new" "$shared" "$count" "new "
+mv "$PINDLE_FOLDER" "$PINDLE_FOLDER.old"
+mv "$PINDLE_FOLDER.new" "$PINDLE_FOLDER"
+sync
+caches="page cache NOT dropped"
+if { echo 3 >/proc/sys/vm/drop_caches; } 2>/dev/null; then
+    caches="page cache dropped"
+    # Only the folder is to be cold: what Pindle has mapped (its code, libraries, fonts) is read
+    # back in. PINDLE_BENCH_ALL_COLD=1 leaves it out too.
+    if [ -z "${PINDLE_BENCH_ALL_COLD:-}" ]; then
+        awk '$6 ~ /^\// { print $6 }' "/proc/$PINDLE_PID/maps" | sort -u | xargs cat >/dev/null 2>&1 || true
+        caches="page cache dropped, Pindle's mapped files read back"
+    fi
+fi
+pindle_clipboard "$shared"
+"$probe" stall "$window" i 900 294 >"$E2E_TMP/stall.txt" || e2e_fail "stall timing failed"
+read -r stall_ms pings stall_painted_ms <"$E2E_TMP/stall.txt"
+
+echo "Pindle, Release, $count shortcut files, Xvfb + openbox, $(nproc) CPUs"
 # The launcher's first showing since start-up is pindle_wait_ready's; every timed run is warm.
-summary "$E2E_TMP/launcher.ms" "Alt+U -> launcher painted (warm)"
+bench_summary "$E2E_TMP/launcher.ms" "Alt+U -> launcher painted (warm)"
 head -n1 "$E2E_TMP/creator.ms" >"$E2E_TMP/creator-cold.ms"
 tail -n +2 "$E2E_TMP/creator.ms" >"$E2E_TMP/creator-warm.ms"
-summary "$E2E_TMP/creator-cold.ms" "Alt+I -> creator with list (first)"
-summary "$E2E_TMP/creator-warm.ms" "Alt+I -> creator with list (warm)"
+bench_summary "$E2E_TMP/creator-cold.ms" "Alt+I -> creator with list (first)"
+bench_summary "$E2E_TMP/creator-warm.ms" "Alt+I -> creator with list (warm)"
 awk -v kb="$rss_kb" 'BEGIN { printf "%-38s %6.1f MB\n", "idle resident memory (VmRSS)", kb / 1024 }'
+printf '%-38s %6.1f ms   (%d pings; list painted after %.0f ms; %s)\n' \
+    "Alt+I on a new folder: longest stall" "$stall_ms" "$pings" "$stall_painted_ms" "$caches"
 kill -TERM "$PINDLE_PID"
 wait "$PINDLE_PID" || true

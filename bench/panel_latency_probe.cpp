@@ -4,9 +4,15 @@
 // has reached the X server. Only libxcb is needed: the two XTEST requests are written out here.
 //
 //     panel_latency_probe KEY X Y RUNS
+//     panel_latency_probe stall WINDOW KEY X Y
 //
 // KEY is the letter pressed with Alt (u or i); (X, Y) a screen pixel that the open panel covers
 // and that shows something else while it is closed. Prints one line per run: "<ms>".
+//
+// The second form measures how long the main thread stops answering while a panel opens: it
+// pings WINDOW (one of Pindle's windows) with _NET_WM_PING, which Qt answers from its main
+// thread, one ping after another, from before the key press until the pixel shows the panel's
+// content and a moment after. Prints "<longest answer ms> <pings> <ms until painted>".
 
 #include <xcb/xcb.h>
 #include <xcb/xcb_keysyms.h>
@@ -117,17 +123,98 @@ void pressChord(xcb_connection_t *c, xcb_keycode_t alt, xcb_keycode_t key)
     xcb_flush(c);
 }
 
+xcb_atom_t atomNamed(xcb_connection_t *c, const char *name)
+{
+    xcb_intern_atom_reply_t *reply = xcb_intern_atom_reply(
+        c, xcb_intern_atom(c, 0, std::uint16_t(std::strlen(name)), name), nullptr);
+    const xcb_atom_t atom = reply != nullptr ? reply->atom : XCB_ATOM_NONE;
+    std::free(reply);
+    return atom;
+}
+
+// Keeps pinging after the panel is painted, so that work done just after painting counts too.
+constexpr double afterPaintMs = 500;
+constexpr double stallTimeoutMs = 120000;
+
+int measureStall(xcb_connection_t *c, xcb_window_t root, xcb_window_t window, xcb_keycode_t alt,
+                 xcb_keycode_t key, std::int16_t x, std::int16_t y)
+{
+    const xcb_atom_t protocols = atomNamed(c, "WM_PROTOCOLS");
+    const xcb_atom_t ping = atomNamed(c, "_NET_WM_PING");
+    // Qt sends its answers to the root window, to the clients that watch its structure.
+    const std::uint32_t mask = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+    xcb_change_window_attributes(c, root, XCB_CW_EVENT_MASK, &mask);
+    const std::uint32_t background = pixelAt(c, root, x, y);
+
+    double longest = 0;
+    int pings = 0;
+    double paintedAt = -1;
+    const auto start = std::chrono::steady_clock::now();
+    for (std::uint32_t serial = 1;; ++serial) {
+        const double now = millisecondsSince(start);
+        if (now > stallTimeoutMs) {
+            std::fprintf(stderr, "the panel was not painted in time\n");
+            return 1;
+        }
+        if (paintedAt >= 0 && now > paintedAt + afterPaintMs)
+            break;
+        if (serial == 3)
+            pressChord(c, alt, key);
+
+        xcb_client_message_event_t event = {};
+        event.response_type = XCB_CLIENT_MESSAGE;
+        event.format = 32;
+        event.window = window;
+        event.type = protocols;
+        event.data.data32[0] = ping;
+        event.data.data32[1] = serial;
+        event.data.data32[2] = window;
+        const auto sent = std::chrono::steady_clock::now();
+        xcb_send_event(c, 0, window, XCB_EVENT_MASK_NO_EVENT,
+                       reinterpret_cast<const char *>(&event));
+        xcb_flush(c);
+        for (bool answered = false; !answered;) {
+            xcb_generic_event_t *reply = xcb_poll_for_event(c);
+            if (reply == nullptr) {
+                if (xcb_connection_has_error(c) || millisecondsSince(sent) > stallTimeoutMs) {
+                    std::fprintf(stderr, "no answer to a ping\n");
+                    return 1;
+                }
+                std::this_thread::sleep_for(std::chrono::microseconds(50));
+                continue;
+            }
+            if ((reply->response_type & 0x7f) == XCB_CLIENT_MESSAGE) {
+                const auto *message = reinterpret_cast<xcb_client_message_event_t *>(reply);
+                answered = message->data.data32[0] == ping && message->data.data32[1] == serial;
+            }
+            std::free(reply);
+        }
+        longest = std::max(longest, millisecondsSince(sent));
+        ++pings;
+        if (paintedAt < 0 && serial > 3 && pixelAt(c, root, x, y) != background)
+            paintedAt = millisecondsSince(start);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    std::printf("%.2f %d %.2f\n", longest, pings, paintedAt);
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    if (argc != 5 || std::strlen(argv[1]) != 1) {
-        std::fprintf(stderr, "usage: %s KEY X Y RUNS\n", argv[0]);
+    const bool isStall = argc == 6 && std::strcmp(argv[1], "stall") == 0;
+    if (!isStall && (argc != 5 || std::strlen(argv[1]) != 1)) {
+        std::fprintf(stderr, "usage: %s KEY X Y RUNS | stall WINDOW KEY X Y\n", argv[0]);
         return 2;
     }
-    const auto x = std::int16_t(std::atoi(argv[2]));
-    const auto y = std::int16_t(std::atoi(argv[3]));
-    const int runs = std::atoi(argv[4]);
+    // The stall form's arguments after the window are those of the timing form.
+    char **args = isStall ? argv + 2 : argv;
+    if (std::strlen(args[1]) != 1)
+        return 2;
+    const auto x = std::int16_t(std::atoi(args[2]));
+    const auto y = std::int16_t(std::atoi(args[3]));
+    const int runs = isStall ? 0 : std::atoi(args[4]);
 
     xcb_connection_t *c = xcb_connect(nullptr, nullptr);
     if (xcb_connection_has_error(c)) {
@@ -142,8 +229,15 @@ int main(int argc, char **argv)
     const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
     xcb_key_symbols_t *symbols = xcb_key_symbols_alloc(c);
     const xcb_keycode_t alt = keycodeFor(symbols, keysymAltL);
-    const xcb_keycode_t key = keycodeFor(symbols, std::uint32_t(argv[1][0]));
+    const xcb_keycode_t key = keycodeFor(symbols, std::uint32_t(args[1][0]));
     const xcb_keycode_t escape = keycodeFor(symbols, keysymEscape);
+    if (isStall) {
+        const auto window = xcb_window_t(std::strtoul(argv[2], nullptr, 0));
+        const int status = measureStall(c, root, window, alt, key, x, y);
+        xcb_key_symbols_free(symbols);
+        xcb_disconnect(c);
+        return status;
+    }
 
     for (int run = 0; run < runs; ++run) {
         const std::uint32_t background = pixelAt(c, root, x, y);

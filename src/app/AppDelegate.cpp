@@ -5,7 +5,14 @@
 #include "ui/Alert.h"
 
 #include <QCoreApplication>
+#include <QEvent>
 #include <QPointer>
+#include <QTimer>
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <utility>
 
 namespace pindle::app {
 namespace {
@@ -38,6 +45,9 @@ const PanelKey &creatorKey()
                               QKeySequence(Qt::ALT | Qt::Key_I), QStringLiteral("Alt+I")};
     return key;
 }
+
+// How long the compositor may take to give a panel the focus before Pindle gives up on it.
+constexpr std::chrono::milliseconds focusWaitTimeout(1000);
 
 constexpr double launcherHeaderHeight = 58;
 constexpr double creatorHeaderHeight = 86;
@@ -99,6 +109,46 @@ HotKeyWarning hotKeyWarning(const QList<HotKeyManager::Failure> &failures)
     };
 }
 
+// Runs done(true) once window has the focus, or done(false) when it hides or the timeout passes
+// first.
+void whenFocused(QWidget *window, std::chrono::milliseconds timeout, std::function<void(bool)> done)
+{
+    if (window->isActiveWindow()) {
+        done(true);
+        return;
+    }
+    class Watch final : public QObject
+    {
+    public:
+        Watch(QWidget *window, std::chrono::milliseconds timeout, std::function<void(bool)> done)
+            : QObject(window), m_done(std::move(done))
+        {
+            window->installEventFilter(this);
+            QTimer::singleShot(timeout, this, [this] { end(false); });
+        }
+        bool eventFilter(QObject *, QEvent *event) override
+        {
+            if (event->type() == QEvent::WindowActivate)
+                end(true);
+            else if (event->type() == QEvent::Hide)
+                end(false);
+            return false;
+        }
+
+    private:
+        void end(bool focused)
+        {
+            if (!m_done)
+                return;
+            const auto done = std::exchange(m_done, {});
+            deleteLater();
+            done(focused);
+        }
+        std::function<void(bool)> m_done;
+    };
+    new Watch(window, timeout, std::move(done));
+}
+
 } // namespace
 
 AppDelegate::AppDelegate() = default;
@@ -140,6 +190,22 @@ void AppDelegate::applicationWillTerminate()
     m_hotKey.unregisterAll();
 }
 
+void AppDelegate::toggle(Panel panel)
+{
+    if (!m_launcher)
+        return;
+    if (panel == Panel::creator)
+        toggleCreator();
+    else
+        toggleLauncher();
+}
+
+void AppDelegate::showLauncher()
+{
+    if (m_launcher && !m_launcher->isVisible())
+        m_launcher->show();
+}
+
 void AppDelegate::toggleLauncher()
 {
     if (m_launcher->isVisible())
@@ -154,16 +220,61 @@ void AppDelegate::toggleCreator()
         m_creator->hide(true);
         return;
     }
-    const std::optional<QString> text = platform::services().pasteboard->string();
-    // Anything but a web address leaves the key without effect: no panel, no sound.
-    if (!text || !isWebAddress(*text))
+    // A press while the clipboard's owner is still answering adds nothing to that read.
+    if (m_isReadingClipboard)
         return;
-    m_creator->show(*text);
+    m_isReadingClipboard = true;
+    if (!platform::services().pasteboard->isReadableWithoutFocus()) {
+        openCreatorThenReadClipboard();
+        return;
+    }
+    const QPointer<AppDelegate> self(this);
+    platform::services().pasteboard->requestString([self](std::optional<QString> text) {
+        if (!self)
+            return;
+        self->m_isReadingClipboard = false;
+        // Anything but a web address leaves the key without effect: no panel, no sound.
+        if (text && isWebAddress(*text))
+            self->m_creator->show(*text);
+    });
+}
+
+void AppDelegate::openCreatorThenReadClipboard()
+{
+    // Here only a focused window sees the clipboard: the creator opens with no address, and
+    // closes again at once, handing the focus back, unless the clipboard holds one.
+    m_creator->show(QString());
+    const QPointer<AppDelegate> self(this);
+    whenFocused(m_creator->panel(), focusWaitTimeout, [self](bool focused) {
+        if (!self)
+            return;
+        if (!focused || !self->m_creator->isVisible()) {
+            self->m_isReadingClipboard = false;
+            if (self->m_creator->isVisible())
+                self->m_creator->hide(true);
+            return;
+        }
+        platform::services().pasteboard->requestString([self](std::optional<QString> text) {
+            if (!self)
+                return;
+            self->m_isReadingClipboard = false;
+            if (!self->m_creator->isVisible())
+                return;
+            if (text && isWebAddress(*text))
+                self->m_creator->setURL(*text);
+            else
+                self->m_creator->hide(true);
+        });
+    });
 }
 
 void AppDelegate::warnHotKeysUnavailable(const QList<HotKeyManager::Failure> &failures)
 {
     const HotKeyWarning warning = hotKeyWarning(failures);
+    // Also in the log: the command line to bind is easier to copy from there, and a session
+    // started without a visible desktop still says why the keys do nothing.
+    std::fprintf(stderr, "pindle: %s\n%s\n", qPrintable(warning.messageText),
+                 qPrintable(warning.informativeText));
     ui::Alert alert;
     alert.messageText = warning.messageText;
     alert.informativeText = warning.informativeText;

@@ -3,6 +3,7 @@
 // The application shell: builds the two panels once, registers Alt+U and Alt+I to toggle them,
 // warns once at start-up about keys it did not get, and lets the keys go at the end.
 
+#include "app/CommandLine.h"
 #include "platform/HotKeyManager.h"
 #include "ui/CreatorController.h"
 #include "ui/LauncherController.h"
@@ -26,6 +27,11 @@ public:
     void applicationDidFinishLaunching();
     void applicationWillTerminate();
 
+    // What the hot keys do, also asked for from the command line; nothing before launching.
+    void toggle(Panel panel);
+    // Shows the launcher unless it is already up.
+    void showLauncher();
+
     // Null until applicationDidFinishLaunching().
     ui::LauncherController *launcher() const { return m_launcher.get(); }
     ui::CreatorController *creator() const { return m_creator.get(); }
@@ -33,10 +39,12 @@ public:
 private:
     void toggleLauncher();
     void toggleCreator();
+    void openCreatorThenReadClipboard();
     void warnHotKeysUnavailable(const QList<HotKeyManager::Failure> &failures);
 
     std::unique_ptr<ui::LauncherController> m_launcher;
     std::unique_ptr<ui::CreatorController> m_creator;
+    bool m_isReadingClipboard = false;
     // Declared last so the keys are let go before the panels they toggle are destroyed.
     HotKeyManager m_hotKey;
 };

@@ -10,7 +10,8 @@
 namespace pindle::app {
 namespace {
 
-constexpr int handledSignals[] = {SIGTERM, SIGINT};
+// SIGHUP too: a session or terminal going away asks for the same clean exit.
+constexpr int handledSignals[] = {SIGTERM, SIGINT, SIGHUP};
 
 // [0] is written by the handler, [1] read on the main thread.
 int pipeEnds[2] = {-1, -1};

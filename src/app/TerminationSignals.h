@@ -1,7 +1,7 @@
 #pragma once
 
-// Turns SIGTERM and SIGINT into a normal end of the event loop, so that Pindle lets its hot keys
-// go on the way out instead of dying with them grabbed.
+// Turns SIGTERM, SIGINT and SIGHUP into a normal end of the event loop, so that Pindle lets its hot
+// keys go on the way out instead of dying with them grabbed.
 
 #include <QObject>
 

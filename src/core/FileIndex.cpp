@@ -1,6 +1,8 @@
 #include "core/FileIndex.h"
 
 #include "core/Collation.h"
+#include "core/FolderWatch.h"
+#include "core/LocalPath.h"
 #include "core/SearchIndex.h"
 #include "core/ShortcutFormat.h"
 #include "core/ShortcutURL.h"
@@ -41,9 +43,10 @@ QString displayNameOf(QStringView fileName)
 }
 
 // folder + name in one allocation. Bytes that are not UTF-8 become replacement characters, as
-// QFile::decodeName makes them: such a file is listed, though its URL can't name it exactly. A
-// leading byte-order mark is part of the name.
-QString pathOf(QStringView folder, const char *name)
+// QFile::decodeName makes them, and isExact turns false: such a name is listed as well as it
+// can be shown, and its URL must be made from its bytes. A leading byte-order mark is part of
+// the name.
+QString pathOf(QStringView folder, const char *name, bool &isExact)
 {
     const QByteArrayView bytes(name);
     QString path(folder.size() + bytes.size(), Qt::Uninitialized);
@@ -51,6 +54,7 @@ QString pathOf(QStringView folder, const char *name)
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom);
     const QChar *end = decoder.appendToBuffer(path.data() + folder.size(), bytes);
     path.truncate(end - path.constData());
+    isExact = !decoder.hasError();
     return path;
 }
 
@@ -143,6 +147,28 @@ private:
 
 std::mutex previousScanMutex;
 
+// The list the last scan returned, and the watch that tells whether it still holds. While
+// nothing has changed, a scan returns that list again, and the caches of ShortcutURL keep all
+// but the answers for the files that changed.
+struct WatchedFolder
+{
+    detail::FolderWatch watch;
+    QList<IndexedFile> files;
+    bool isListed = false;
+    // False when the folder holds links (or entries of unknown type): what they point at may
+    // change, and a regular file become a folder or back, with no event on this folder.
+    bool isSettled = false;
+};
+
+// Held for the length of a scan.
+std::mutex watchedFolderMutex;
+
+WatchedFolder &watchedFolder()
+{
+    static WatchedFolder instance;
+    return instance;
+}
+
 PreviousScan &previousScan()
 {
     static PreviousScan instance;
@@ -184,19 +210,41 @@ bool directoryExists()
 
 QList<IndexedFile> scan()
 {
-    ShortcutURL::clearCaches();
-    detail::forgetSearchedList();
-
+    const std::lock_guard watchLock(watchedFolderMutex);
+    WatchedFolder &watched = watchedFolder();
     const QString folderPath = directory().toLocalFile();
-    const int fd = ::open(QFile::encodeName(folderPath).constData(),
-                          O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0)
+    const QString prefix = folderPath.endsWith(u'/') ? folderPath : folderPath + u'/';
+
+    // The events queued so far tell of every change made before this moment.
+    const detail::FolderChanges changes = watched.watch.takeChanges();
+    if (!changes.isComplete) {
+        ShortcutURL::clearCaches();
+    } else {
+        for (const std::string &name : changes.names)
+            detail::forgetFile(fileUrl(pathOf(prefix, name.c_str())));
+        detail::forgetUnwatchedFiles();
+        if (changes.names.empty() && watched.isListed && watched.isSettled)
+            return watched.files;
+    }
+    detail::forgetSearchedList();
+    watched.files = {};
+    watched.isListed = false;
+
+    const QByteArray encodedPath = QFile::encodeName(folderPath);
+    const int fd = ::open(encodedPath.constData(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        watched.watch.stop();
         return {};
+    }
     const std::unique_ptr<DIR, DirectoryCloser> listing(::fdopendir(fd));
     if (!listing) {
         ::close(fd);
+        watched.watch.stop();
         return {};
     }
+    // Set before the listing, so that a change made while it runs is seen at the next scan.
+    watched.watch.watch(fd, encodedPath);
+    bool isSettled = true;
 
     // Taken out for the length of the scan, so that scans on other threads start afresh rather
     // than wait.
@@ -207,7 +255,6 @@ QList<IndexedFile> scan()
     }
     PreviousScan now;
 
-    const QString prefix = folderPath.endsWith(u'/') ? folderPath : folderPath + u'/';
     std::vector<Listed> listed;
     listed.reserve(std::max<size_t>(256, before.size()));
     std::string keys;
@@ -216,12 +263,18 @@ QList<IndexedFile> scan()
         errno = 0;
         const dirent *entry = ::readdir(listing.get());
         if (entry == nullptr) {
-            if (errno != 0)
+            if (errno != 0) {
+                watched.watch.stop();
                 return {};
+            }
             break;
         }
         // Hidden names, and "." and "..".
-        if (entry->d_name[0] == '.' || !isRegularFile(::dirfd(listing.get()), *entry))
+        if (entry->d_name[0] == '.')
+            continue;
+        if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN)
+            isSettled = false;
+        if (!isRegularFile(::dirfd(listing.get()), *entry))
             continue;
         const std::string_view name(entry->d_name);
         now.addName(name);
@@ -233,10 +286,13 @@ QList<IndexedFile> scan()
             listed.push_back({*record, false, keyAt, size_t(key.size())});
             continue;
         }
-        const QString path = pathOf(prefix, entry->d_name);
+        bool isExact = true;
+        const QString path = pathOf(prefix, entry->d_name, isExact);
         QString displayName = displayNameOf(QStringView(path).sliced(prefix.size()));
         const size_t keySize = Collation::appendSortKey(displayName, keys);
-        listed.push_back({{fileUrl(path), std::move(displayName)}, true, keyAt, keySize});
+        QUrl url =
+            isExact ? fileUrl(path) : LocalPath::fileUrl(QFile::encodeName(prefix) + entry->d_name);
+        listed.push_back({{std::move(url), std::move(displayName)}, true, keyAt, keySize});
     }
 
     // Sorting positions rather than the records saves moving URLs and strings around.
@@ -280,9 +336,13 @@ QList<IndexedFile> scan()
     for (Listed &entry : listed)
         inListingOrder.push_back(std::move(entry.record));
     now.setRecords(std::move(inListingOrder));
-
-    const std::lock_guard lock(previousScanMutex);
-    previousScan() = std::move(now);
+    {
+        const std::lock_guard lock(previousScanMutex);
+        previousScan() = std::move(now);
+    }
+    watched.files = files;
+    watched.isListed = true;
+    watched.isSettled = isSettled;
     return files;
 }
 
@@ -292,6 +352,13 @@ namespace pindle::detail {
 
 void forgetScannedRecords()
 {
+    {
+        const std::lock_guard lock(FileIndex::watchedFolderMutex);
+        FileIndex::WatchedFolder &watched = FileIndex::watchedFolder();
+        watched.watch.stop();
+        watched.files = {};
+        watched.isListed = false;
+    }
     const std::lock_guard lock(FileIndex::previousScanMutex);
     FileIndex::previousScan() = {};
 }

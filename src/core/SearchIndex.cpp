@@ -560,13 +560,21 @@ QList<ScoredFile> matching(const QString &url, const QList<IndexedFile> &files, 
         return isAscii ? target == decomposedUrl
                        : Unicode::decomposed(QStringView(target)) == decomposedUrl;
     };
-    QList<ScoredFile> results;
     // Every target is read, also after the last kept one, so that all of them are cached.
-    detail::cacheTargets(files);
-    for (const IndexedFile &file : files) {
-        const std::optional<QString> target = ShortcutURL::target(file.url);
-        if (target && results.size() < limit && isEqual(*target))
-            results.push_back(ScoredFile{file, 0, {}});
+    const std::vector<std::optional<QString>> *targets = detail::cachedTargets(files);
+    if (targets == nullptr) {
+        detail::cacheTargets(files);
+        for (const IndexedFile &file : files)
+            (void)ShortcutURL::target(file.url);
+        targets = detail::cachedTargets(files);
+        if (targets == nullptr)
+            return {};
+    }
+    QList<ScoredFile> results;
+    for (qsizetype i = 0; i < files.size() && results.size() < limit; ++i) {
+        const std::optional<QString> &target = (*targets)[size_t(i)];
+        if (target && isEqual(*target))
+            results.push_back(ScoredFile{files[i], 0, {}});
     }
     return results;
 }

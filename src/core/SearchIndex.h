@@ -75,8 +75,8 @@ void forgetSearchedList();
 // Reads the targets of the files not yet in ShortcutURL's cache, on two threads, into the cache.
 void cacheTargets(const QList<IndexedFile> &files);
 
-// Makes the next scan build every record anew, as the first scan of a process does, instead of
-// taking those of the last scan whose entries are unchanged.
+// Makes the next scan list the folder and build every record anew, as the first scan of a
+// process does, instead of returning the last list or taking its unchanged records.
 void forgetScannedRecords();
 
 } // namespace pindle::detail

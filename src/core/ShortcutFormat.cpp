@@ -16,14 +16,17 @@
 #include <sys/stat.h>
 #include <type_traits>
 #include <unistd.h>
+#include <vector>
 
 namespace pindle::ShortcutFormat {
 namespace {
 
 // libplist parses nested containers recursively, so a deeply nested file could exhaust the
-// stack. Shortcuts nest three levels deep; these bounds leave room for anything sensible.
+// stack. Shortcuts nest three levels deep; this bound leaves room for anything sensible.
 constexpr int maxXmlNesting = 256;
-constexpr quint64 maxBinaryObjects = 4096;
+// libplist's XML reader moves the rest of a text along for every character reference it
+// replaces, so a megabyte of "&amp;" takes seconds. An address holds a few dozen at most.
+constexpr qsizetype maxXmlReferences = 1024;
 
 constexpr QByteArrayView utf8Bom = "\xEF\xBB\xBF";
 constexpr QByteArrayView binaryMagic = "bplist";
@@ -84,20 +87,127 @@ bool nestsTooDeep(QByteArrayView xml)
     return false;
 }
 
-// libplist refuses references past the object count of the trailer and cycles, so that count
-// bounds the nesting of a binary list.
-bool hasTooManyObjects(QByteArrayView binary)
+// libplist expands a binary list into a tree: an object referred to twice is built twice, so
+// a few hundred bytes whose objects share their children unfold into billions of nodes. Before
+// it builds anything, the references are followed here as libplist will follow them, counting
+// every object reached with its repeats and the bytes of text and data it will copy; past either
+// budget, or at anything this walk can't make sense of, the list is refused. A real shortcut
+// reaches three objects and well under a kilobyte.
+constexpr int maxBinaryObjectsReached = 4096;
+constexpr quint64 maxBinaryBytesReached = quint64(4) << 20;
+
+class BinaryPlistWalk
 {
-    constexpr qsizetype trailerSize = 32;
-    constexpr qsizetype objectCountOffset = 8;
-    if (binary.size() < binaryMagic.size() + 2 + trailerSize)
-        return false;
-    const QByteArrayView count = binary.last(trailerSize).sliced(objectCountOffset, 8);
-    quint64 objects = 0;
-    for (char byte : count)
-        objects = (objects << 8) | quint8(byte);
-    return objects > maxBinaryObjects;
-}
+public:
+    explicit BinaryPlistWalk(QByteArrayView binary) : m_bytes(binary) {}
+
+    bool staysWithinBudget()
+    {
+        constexpr qsizetype headerSize = 8;
+        constexpr qsizetype trailerSize = 32;
+        if (m_bytes.size() < headerSize + 1 + trailerSize)
+            return false;
+        const qsizetype trailer = m_bytes.size() - trailerSize;
+        m_offsetSize = quint8(m_bytes[trailer + 6]);
+        m_refSize = quint8(m_bytes[trailer + 7]);
+        if (m_offsetSize < 1 || m_offsetSize > 8 || m_refSize < 1 || m_refSize > 8)
+            return false;
+        m_objectCount = number(trailer + 8, 8);
+        const quint64 top = number(trailer + 16, 8);
+        m_offsetTable = number(trailer + 24, 8);
+        // Every offset must fit between the header and the trailer.
+        if (m_objectCount == 0 || top >= m_objectCount || m_offsetTable < quint64(headerSize) ||
+            m_offsetTable > quint64(trailer) ||
+            m_objectCount > (quint64(trailer) - m_offsetTable) / m_offsetSize)
+            return false;
+        m_end = quint64(m_offsetTable);
+
+        std::vector<quint64> pending{top};
+        while (!pending.empty()) {
+            const quint64 object = pending.back();
+            pending.pop_back();
+            if (++m_reached > maxBinaryObjectsReached || !visit(object, pending))
+                return false;
+        }
+        return true;
+    }
+
+private:
+    quint64 number(quint64 at, int size) const
+    {
+        quint64 value = 0;
+        for (int i = 0; i < size; ++i)
+            value = (value << 8) | quint8(m_bytes[qsizetype(at) + i]);
+        return value;
+    }
+
+    // The count held in a marker's low four bits, or in the integer object after it.
+    std::optional<quint64> count(quint64 &at, quint8 marker) const
+    {
+        if ((marker & 0x0F) != 0x0F)
+            return marker & 0x0F;
+        if (at >= m_end)
+            return std::nullopt;
+        const quint8 intMarker = quint8(m_bytes[qsizetype(at)]);
+        const int size = 1 << (intMarker & 0x0F);
+        if ((intMarker & 0xF0) != 0x10 || size > 8 || m_end - at - 1 < quint64(size))
+            return std::nullopt;
+        const quint64 value = number(at + 1, size);
+        at += 1 + quint64(size);
+        return value;
+    }
+
+    bool visit(quint64 object, std::vector<quint64> &pending)
+    {
+        if (object >= m_objectCount)
+            return false;
+        quint64 at = number(m_offsetTable + object * m_offsetSize, m_offsetSize);
+        if (at < 8 || at >= m_end)
+            return false;
+        const quint8 marker = quint8(m_bytes[qsizetype(at++)]);
+        const quint8 type = marker >> 4;
+        if (type == 0x0 || type == 0x1 || type == 0x2 || type == 0x3 || type == 0x8)
+            return true; // fixed-size values; libplist checks their lengths itself
+        const std::optional<quint64> length = count(at, marker);
+        if (!length)
+            return false;
+        const quint64 room = m_end - at;
+        switch (type) {
+        case 0x4:   // data
+        case 0x5:   // ASCII text
+        case 0x6:   // UTF-16 text, two bytes a character
+        case 0x7: { // UTF-8 text
+            const quint64 size = type == 0x6 ? *length * 2 : *length;
+            if (*length > room || size > room)
+                return false;
+            m_bytesReached += size;
+            return m_bytesReached <= maxBinaryBytesReached;
+        }
+        case 0xA:   // array
+        case 0xC:   // set
+        case 0xD: { // dictionary: keys, then values
+            const quint64 refs = type == 0xD ? *length * 2 : *length;
+            if (*length > room / m_refSize || refs > room / m_refSize ||
+                refs > quint64(maxBinaryObjectsReached))
+                return false;
+            for (quint64 i = 0; i < refs; ++i)
+                pending.push_back(number(at + i * m_refSize, m_refSize));
+            return pending.size() <= size_t(maxBinaryObjectsReached);
+        }
+        default:
+            return false;
+        }
+    }
+
+    QByteArrayView m_bytes;
+    int m_offsetSize = 0;
+    int m_refSize = 0;
+    quint64 m_objectCount = 0;
+    quint64 m_offsetTable = 0;
+    quint64 m_end = 0; // objects lie before the offset table
+    int m_reached = 0;
+    quint64 m_bytesReached = 0;
+};
 
 bool isNewline(char16_t c)
 {
@@ -170,7 +280,11 @@ std::optional<QByteArrayView> readFile(const QString &path, FileBytes &into)
         longPath = QFile::encodeName(path);
         nativePath = longPath.constData();
     }
+    return readFile(nativePath, into);
+}
 
+std::optional<QByteArrayView> readFile(const char *nativePath, FileBytes &into)
+{
     int fd = ::open(nativePath, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
         return std::nullopt;
@@ -221,7 +335,8 @@ std::optional<QString> plistTarget(QByteArrayView bytes)
         bytes = bytes.sliced(utf8Bom.size());
     if (bytes.isEmpty() || bytes.size() > maxFileSize)
         return std::nullopt;
-    if (bytes.startsWith(binaryMagic) ? hasTooManyObjects(bytes) : nestsTooDeep(bytes))
+    if (bytes.startsWith(binaryMagic) ? !BinaryPlistWalk(bytes).staysWithinBudget()
+                                      : bytes.count('&') > maxXmlReferences || nestsTooDeep(bytes))
         return std::nullopt;
 
     plist_t parsed = nullptr;

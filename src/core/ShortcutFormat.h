@@ -29,6 +29,8 @@ struct FileBytes
 // The whole file, when it is a regular file (symbolic links followed) of at most maxFileSize
 // bytes, read into `into`; nothing otherwise. Never blocks on pipes or devices.
 std::optional<QByteArrayView> readFile(const QString &path, FileBytes &into);
+// The same, for a path in the file system's bytes.
+std::optional<QByteArrayView> readFile(const char *nativePath, FileBytes &into);
 
 // The string under the key "URL" of a property list (XML or binary) whose root is a dictionary.
 std::optional<QString> plistTarget(QByteArrayView bytes);

@@ -1,17 +1,21 @@
 #include "core/ShortcutURL.h"
 
+#include "core/FileType.h"
+#include "core/LocalPath.h"
 #include "core/SearchIndex.h"
 #include "core/ShortcutFormat.h"
 
-#include <QFileInfo>
 #include <QHash>
-#include <QMimeDatabase>
+#include <QSet>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <optional>
+#include <sys/stat.h>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -22,11 +26,24 @@ namespace {
 // Keyed by the file URL, which for local files stands for its path: the scan's records share
 // their URL with the cache, so neither a lookup nor emptying the cache copies or frees a path.
 // An absent target is cached too, so a file that can't be read is not tried again before the
-// next scan.
+// next scan. The scan forgets the answers for the files its folder watch saw change, and those
+// in `unwatched`, whose changes the watch can't see. Main thread only.
 struct Caches
 {
     QHash<QUrl, std::optional<QString>> targets;
     QHash<QUrl, QString> subtitles;
+    QSet<QUrl> unwatched;
+    // What was forgotten since markForgetting(), while a reader's answers are under way: they
+    // may have been read before the change.
+    bool isMarking = false;
+    QSet<QUrl> forgottenSinceMark;
+    bool isClearedSinceMark = false;
+    // The targets of one list, in its order, once all of them are cached; dropped when anything
+    // is forgotten. The creator's list compares them all on every showing, and looking each up
+    // by its URL costs a hundred times more.
+    QList<IndexedFile> listed;
+    std::vector<std::optional<QString>> listedTargets;
+    bool hasListedTargets = false;
 };
 
 Caches &caches()
@@ -35,38 +52,63 @@ Caches &caches()
     return instance;
 }
 
-std::optional<QString> plistTarget(const QString &path)
+// The file's bytes. A name that is not UTF-8 reads with replacement characters in the URL's
+// text; only the URL's bytes name that file.
+std::optional<QByteArrayView> readShortcut(const QUrl &file, const QString &path,
+                                           ShortcutFormat::FileBytes &storage)
 {
-    ShortcutFormat::FileBytes storage;
-    const std::optional<QByteArrayView> bytes = ShortcutFormat::readFile(path, storage);
-    return bytes ? ShortcutFormat::plistTarget(*bytes) : std::nullopt;
-}
-
-std::optional<QString> iniTarget(const QString &path)
-{
-    ShortcutFormat::FileBytes storage;
-    const std::optional<QByteArrayView> bytes = ShortcutFormat::readFile(path, storage);
-    return bytes ? ShortcutFormat::iniTarget(*bytes) : std::nullopt;
+    if (!path.contains(QChar::ReplacementCharacter))
+        return ShortcutFormat::readFile(path, storage);
+    return ShortcutFormat::readFile(LocalPath::nativePath(file).constData(), storage);
 }
 
 // No reader falls back on the other: the extension alone decides the format.
-std::optional<QString> shortcutTarget(const QString &path)
+std::optional<QString> shortcutTarget(const QUrl &file)
 {
+    const QString path = file.toLocalFile();
     const QStringView fileName = QStringView(path).sliced(path.lastIndexOf(u'/') + 1);
     using ShortcutFormat::hasExtension;
-    if (hasExtension(fileName, "webloc"_L1) || hasExtension(fileName, "inetloc"_L1))
-        return plistTarget(path);
-    if (hasExtension(fileName, "url"_L1))
-        return iniTarget(path);
-    return std::nullopt;
+    const bool isPlist =
+        hasExtension(fileName, "webloc"_L1) || hasExtension(fileName, "inetloc"_L1);
+    if (!isPlist && !hasExtension(fileName, "url"_L1))
+        return std::nullopt;
+    ShortcutFormat::FileBytes storage;
+    const std::optional<QByteArrayView> bytes = readShortcut(file, path, storage);
+    if (!bytes)
+        return std::nullopt;
+    return isPlist ? ShortcutFormat::plistTarget(*bytes) : ShortcutFormat::iniTarget(*bytes);
+}
+
+// A plain file with no other name: reached through a link, or written through another name,
+// it could change without an event on the shortcut folder. A file that is not there is watched:
+// its creation is such an event.
+bool isWatched(const QByteArray &nativePath)
+{
+    struct stat info = {};
+    if (::lstat(nativePath.constData(), &info) != 0)
+        return errno == ENOENT;
+    return S_ISREG(info.st_mode) && info.st_nlink == 1;
+}
+
+detail::ReadTarget readTarget(const QUrl &file)
+{
+    const bool watched = isWatched(LocalPath::nativePath(file));
+    return {shortcutTarget(file), watched};
+}
+
+void store(const QUrl &file, detail::ReadTarget read)
+{
+    Caches &cache = caches();
+    cache.targets.insert(file, std::move(read.target));
+    if (!read.isWatched)
+        cache.unwatched.insert(file);
 }
 
 // What the file manager calls the file's kind; empty for a file that is not there.
-QString typeDescription(const QString &path)
+QString typeDescription(const QUrl &file)
 {
-    if (!QFileInfo::exists(path))
-        return {};
-    return QMimeDatabase().mimeTypeForFile(path).comment();
+    const std::optional<QMimeType> type = FileType::ofNativePath(LocalPath::nativePath(file));
+    return type ? type->comment() : QString();
 }
 
 } // namespace
@@ -76,8 +118,9 @@ std::optional<QString> target(const QUrl &file)
     auto &targets = caches().targets;
     if (const auto cached = targets.constFind(file); cached != targets.cend())
         return *cached;
-    std::optional<QString> address = shortcutTarget(file.toLocalFile());
-    targets.insert(file, address);
+    detail::ReadTarget read = readTarget(file);
+    std::optional<QString> address = read.target;
+    store(file, std::move(read));
     return address;
 }
 
@@ -87,14 +130,17 @@ QString subtitle(const QUrl &file)
     if (const auto cached = subtitles.constFind(file); cached != subtitles.cend())
         return *cached;
     const std::optional<QString> address = target(file);
-    QString text = address ? *address : typeDescription(file.toLocalFile());
+    QString text = address ? *address : typeDescription(file);
     subtitles.insert(file, text);
     return text;
 }
 
 void clearCaches()
 {
+    const bool isMarking = caches().isMarking;
     caches() = Caches();
+    caches().isMarking = isMarking;
+    caches().isClearedSinceMark = true;
 }
 
 } // namespace pindle::ShortcutURL
@@ -119,12 +165,12 @@ void cacheTargets(const QList<IndexedFile> &files)
     // Reading is mostly system calls, which the second core halves; the files are handed out in
     // small runs so that a core busy with other work takes fewer of them.
     constexpr size_t run = 32;
-    std::vector<std::optional<QString>> read(missing.size());
+    std::vector<ReadTarget> read(missing.size());
     std::atomic<size_t> next = 0;
     const auto work = [&] {
         for (size_t from; (from = next.fetch_add(run)) < missing.size();) {
             for (size_t k = from; k < std::min(from + run, missing.size()); ++k)
-                read[k] = ShortcutURL::shortcutTarget(files[missing[k]].url.toLocalFile());
+                read[k] = ShortcutURL::readTarget(files[missing[k]].url);
         }
     };
     std::optional<std::thread> helper;
@@ -139,7 +185,97 @@ void cacheTargets(const QList<IndexedFile> &files)
 
     targets.reserve(targets.size() + qsizetype(missing.size()));
     for (size_t k = 0; k < missing.size(); ++k)
-        targets.insert(files[missing[k]].url, std::move(read[k]));
+        ShortcutURL::store(files[missing[k]].url, std::move(read[k]));
+}
+
+ReadTarget readTarget(const QUrl &file)
+{
+    return ShortcutURL::readTarget(file);
+}
+
+namespace {
+
+void dropListedTargets()
+{
+    auto &cache = ShortcutURL::caches();
+    cache.listed = {};
+    cache.listedTargets = {};
+    cache.hasListedTargets = false;
+}
+
+} // namespace
+
+void forgetFile(const QUrl &file)
+{
+    auto &cache = ShortcutURL::caches();
+    dropListedTargets();
+    cache.targets.remove(file);
+    cache.subtitles.remove(file);
+    cache.unwatched.remove(file);
+    if (cache.isMarking)
+        cache.forgottenSinceMark.insert(file);
+}
+
+void forgetUnwatchedFiles()
+{
+    auto &cache = ShortcutURL::caches();
+    if (!cache.unwatched.isEmpty())
+        dropListedTargets();
+    for (const QUrl &file : std::as_const(cache.unwatched)) {
+        cache.targets.remove(file);
+        cache.subtitles.remove(file);
+        if (cache.isMarking)
+            cache.forgottenSinceMark.insert(file);
+    }
+    cache.unwatched.clear();
+}
+
+bool isTargetCached(const QUrl &file)
+{
+    return ShortcutURL::caches().targets.contains(file);
+}
+
+const std::vector<std::optional<QString>> *cachedTargets(const QList<IndexedFile> &files)
+{
+    auto &cache = ShortcutURL::caches();
+    if (cache.hasListedTargets && cache.listed.isSharedWith(files) &&
+        cache.listed.size() == files.size())
+        return &cache.listedTargets;
+    std::vector<std::optional<QString>> targets;
+    targets.reserve(size_t(files.size()));
+    for (const IndexedFile &file : files) {
+        const auto found = cache.targets.constFind(file.url);
+        if (found == cache.targets.cend())
+            return nullptr;
+        targets.push_back(*found);
+    }
+    cache.listed = files;
+    cache.listedTargets = std::move(targets);
+    cache.hasListedTargets = true;
+    return &cache.listedTargets;
+}
+
+void markForgetting()
+{
+    auto &cache = ShortcutURL::caches();
+    cache.forgottenSinceMark.clear();
+    cache.isClearedSinceMark = false;
+    cache.isMarking = true;
+}
+
+void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read)
+{
+    auto &cache = ShortcutURL::caches();
+    const QSet<QUrl> forgotten = std::exchange(cache.forgottenSinceMark, {});
+    cache.isMarking = false;
+    if (cache.isClearedSinceMark)
+        return;
+    cache.targets.reserve(cache.targets.size() + files.size());
+    for (qsizetype k = 0; k < files.size(); ++k) {
+        const QUrl &file = files[k];
+        if (!forgotten.contains(file) && !cache.targets.contains(file))
+            ShortcutURL::store(file, std::move(read[size_t(k)]));
+    }
 }
 
 } // namespace pindle::detail

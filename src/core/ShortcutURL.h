@@ -1,9 +1,12 @@
 #pragma once
 
+#include "core/FileIndex.h"
+
 #include <QString>
 #include <QUrl>
 
 #include <optional>
+#include <vector>
 
 namespace pindle::ShortcutURL {
 
@@ -15,3 +18,33 @@ QString subtitle(const QUrl &file);
 void clearCaches();
 
 } // namespace pindle::ShortcutURL
+
+namespace pindle::detail {
+
+// A file's target as read, and whether the folder watch would see the file change.
+struct ReadTarget
+{
+    std::optional<QString> target;
+    bool isWatched = false;
+};
+
+// The uncached read behind target(); safe on any thread.
+ReadTarget readTarget(const QUrl &file);
+
+// The rest is for the main thread, which owns the caches.
+// Drops the cached answers for one file.
+void forgetFile(const QUrl &file);
+// Drops the cached answers for the files whose changes the folder watch can't see.
+void forgetUnwatchedFiles();
+bool isTargetCached(const QUrl &file);
+// The targets of `files` in their order when all of them are cached, else null. Valid until the
+// next call or the next change to the caches.
+const std::vector<std::optional<QString>> *cachedTargets(const QList<IndexedFile> &files);
+// Starts recording what is forgotten, so that storeReadTargets() can leave out answers read
+// before their file changed. One reader at a time.
+void markForgetting();
+// Caches the targets read beside the interface since markForgetting(), but none forgotten
+// since then; none at all when the caches were cleared meanwhile.
+void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read);
+
+} // namespace pindle::detail

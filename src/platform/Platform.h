@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <expected>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -86,7 +87,7 @@ public:
     virtual bool openFile(const QUrl &file) = 0;
     virtual QIcon iconForFile(const QString &path) = 0;
     // False when the file could not be moved; it is then left where it was.
-    virtual bool moveToTrash(const QString &path) = 0;
+    virtual bool moveToTrash(const QUrl &file) = 0;
     virtual void beep() = 0;
 };
 
@@ -95,9 +96,18 @@ public:
 class Pasteboard
 {
 public:
+    // The clipboard's text, or nothing when it holds none, or when its owner has not answered
+    // within a bound.
+    using StringHandler = std::function<void(std::optional<QString>)>;
+
     virtual ~Pasteboard() = default;
-    // Nothing when the clipboard holds no text.
-    virtual std::optional<QString> string() = 0;
+    // Asks for the clipboard's text. done runs exactly once on the main thread: at once when the
+    // answer is at hand, otherwise later, with the event loop running meanwhile, so an owner
+    // that never answers freezes nothing.
+    virtual void requestString(StringHandler done) = 0;
+    // False where only a focused window may see the clipboard: there, read it once a panel has
+    // the focus.
+    virtual bool isReadableWithoutFocus() = 0;
     virtual void clearContents() = 0;
     virtual void setString(const QString &text) = 0;
 };

@@ -1,10 +1,13 @@
 #include "platform/QtServices.h"
 
+#include "core/FileType.h"
+#include "core/LocalPath.h"
 #include "core/ShortcutURL.h"
 
 #include <QAbstractFileIconProvider>
 #include <QClipboard>
 #include <QCursor>
+#include <QDateTime>
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
@@ -20,12 +23,32 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <utility>
+
+using namespace Qt::StringLiterals;
 
 namespace pindle::platform {
 namespace {
 
 constexpr int fallbackIconSize = 64;
+// Names tried in the Trash for files of the same name ("Docs.webloc", "Docs 2.webloc", ...).
+constexpr int trashNameAttempts = 1000;
+
+// A folder at path, made (private to the user) when nothing is there; false when something else
+// is in its place.
+bool isDirectoryOrMade(const QByteArray &path)
+{
+    if (::mkdir(path.constData(), 0700) == 0)
+        return true;
+    struct stat info = {};
+    return errno == EEXIST && ::stat(path.constData(), &info) == 0 && S_ISDIR(info.st_mode);
+}
 
 // A plain page with a folded corner, for systems without any icon theme.
 QIcon paintedDocumentIcon()
@@ -58,20 +81,60 @@ QRectF primaryGeometry()
 
 bool moveFileToTrash(const QString &path)
 {
-    // Qt 6.4 "succeeds" into ./files of the working directory when the data directory is
-    // missing, so make sure it exists and check where the file went.
+    return moveFileToTrash(QFile::encodeName(QFileInfo(path).absoluteFilePath()));
+}
+
+bool moveFileToTrash(const QByteArray &file)
+{
     const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    if (dataHome.isEmpty() || !QDir().mkpath(dataHome))
+    if (dataHome.isEmpty() || !QDir::isAbsolutePath(dataHome) || !file.startsWith('/'))
         return false;
-    QString pathInTrash;
-    if (!QFile::moveToTrash(path, &pathInTrash))
+    const QByteArray trash = QFile::encodeName(dataHome + u"/Trash"_s);
+    struct stat info = {};
+    if (::lstat(file.constData(), &info) != 0)
         return false;
-    if (QDir::isRelativePath(pathInTrash)) {
-        // Put it back rather than leave the user's file somewhere they will never look.
-        QFile::rename(QDir::current().absoluteFilePath(pathInTrash), path);
+    const dev_t device = info.st_dev;
+    // The Trash and its two folders are made as needed, never over something else in their place.
+    if (!QDir().mkpath(dataHome) || !isDirectoryOrMade(trash) ||
+        !isDirectoryOrMade(trash + "/files") || !isDirectoryOrMade(trash + "/info"))
         return false;
+    // A file on another file system would have to be copied: that is a failure, not a copy.
+    if (::stat((trash + "/files").constData(), &info) != 0 || info.st_dev != device)
+        return false;
+
+    const QByteArray infoText =
+        "[Trash Info]\nPath=" + file.toPercentEncoding("/") +
+        "\nDeletionDate=" + QDateTime::currentDateTime().toString(Qt::ISODate).left(19).toLatin1() +
+        "\n";
+    // In the file system's bytes throughout: a name that is not UTF-8 keeps its spelling.
+    const QByteArray fileName = file.sliced(file.lastIndexOf('/') + 1);
+    const qsizetype dot = fileName.lastIndexOf('.');
+    const QByteArray stem = dot > 0 ? fileName.first(dot) : fileName;
+    const QByteArray extension = dot > 0 ? fileName.sliced(dot) : QByteArray();
+    for (int attempt = 1; attempt <= trashNameAttempts; ++attempt) {
+        const QByteArray name =
+            attempt == 1 ? fileName : stem + ' ' + QByteArray::number(attempt) + extension;
+        // The info file, made exclusively, claims the name; the file follows it, and on failure
+        // the claim is withdrawn.
+        const QByteArray infoPath = trash + "/info/" + name + ".trashinfo";
+        const int fd = ::open(infoPath.constData(),
+                              O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0 && errno == EEXIST)
+            continue;
+        if (fd < 0)
+            return false;
+        const bool isWritten =
+            ::write(fd, infoText.constData(), size_t(infoText.size())) == ssize_t(infoText.size());
+        if (::close(fd) == 0 && isWritten &&
+            ::renameat2(AT_FDCWD, file.constData(), AT_FDCWD,
+                        (trash + "/files/" + name).constData(), RENAME_NOREPLACE) == 0)
+            return true;
+        const bool isNameTaken = isWritten && errno == EEXIST;
+        ::unlink(infoPath.constData());
+        if (!isNameTaken)
+            return false;
     }
-    return true;
+    return false;
 }
 
 QtWorkspace::QtWorkspace(std::function<void()> beep) : m_beep(std::move(beep)) {}
@@ -89,16 +152,30 @@ bool QtWorkspace::openFile(const QUrl &file)
 
 QIcon QtWorkspace::iconForFile(const QString &path)
 {
-    const QFileInfo info(path);
-    const QMimeType mime = QMimeDatabase().mimeTypeForFile(info);
+    // Qt's own lookups by path open the file, and would wait forever on a pipe put in its place.
+    const std::optional<QMimeType> found = FileType::of(path);
+    const QMimeType mime =
+        found ? *found : QMimeDatabase().mimeTypeForFile(path, QMimeDatabase::MatchExtension);
+    // One icon per type, kept for good: the scaled copies drawn from an icon are cached under
+    // the icon's identity, so a fresh icon for every row drawn would add copies without end.
+    if (const auto cached = m_iconsByType.constFind(mime.name()); cached != m_iconsByType.cend())
+        return *cached;
     QIcon icon = QIcon::fromTheme(mime.iconName());
     if (icon.isNull())
         icon = QIcon::fromTheme(mime.genericIconName());
     if (icon.isNull())
-        icon = QAbstractFileIconProvider().icon(info);
+        icon = QAbstractFileIconProvider().icon(mime.inherits(QStringLiteral("inode/directory"))
+                                                    ? QAbstractFileIconProvider::Folder
+                                                    : QAbstractFileIconProvider::File);
     if (icon.isNull())
         icon = paintedDocumentIcon();
+    m_iconsByType.insert(mime.name(), icon);
     return icon;
+}
+
+bool QtWorkspace::moveToTrash(const QUrl &file)
+{
+    return moveFileToTrash(LocalPath::nativePath(file));
 }
 
 void QtWorkspace::beep()

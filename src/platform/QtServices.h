@@ -5,13 +5,20 @@
 
 #include "platform/Platform.h"
 
+#include <QHash>
+#include <QIcon>
+#include <QString>
+
 #include <functional>
 
 namespace pindle::platform {
 
-// Moves a file to the user's freedesktop Trash. False when it could not be moved; the file is
-// then where it was (across file systems without a usable trash, Qt refuses rather than copies).
+// Moves a file to the user's freedesktop home Trash. False when it could not be moved; the file
+// is then where it was, and nothing was left behind (a file on another file system is refused
+// rather than copied).
 bool moveFileToTrash(const QString &path);
+// The same, for an absolute path in the file system's bytes.
+bool moveFileToTrash(const QByteArray &nativePath);
 
 class QtWorkspace : public Workspace
 {
@@ -20,19 +27,32 @@ public:
     explicit QtWorkspace(std::function<void()> beep);
     bool openFile(const QUrl &file) override;
     QIcon iconForFile(const QString &path) override;
-    bool moveToTrash(const QString &path) override { return moveFileToTrash(path); }
+    bool moveToTrash(const QUrl &file) override;
     void beep() override;
 
 private:
     std::function<void()> m_beep;
+    QHash<QString, QIcon> m_iconsByType; // by MIME type name; a handful at most
 };
 
+// Qt's clipboard. Its read waits in a nested event loop for an owner in another process; the
+// window-system backends bound that wait themselves where Qt does not. Where only a focused
+// window sees the clipboard (Wayland), say so, so that it is read once a panel has the focus.
 class QtPasteboard : public Pasteboard
 {
 public:
-    std::optional<QString> string() override;
+    explicit QtPasteboard(bool isReadableWithoutFocus = true)
+        : m_isReadableWithoutFocus(isReadableWithoutFocus)
+    {}
+    // The text as Qt reads it, synchronously.
+    static std::optional<QString> string();
+    void requestString(StringHandler done) override { done(string()); }
+    bool isReadableWithoutFocus() override { return m_isReadableWithoutFocus; }
     void clearContents() override;
     void setString(const QString &text) override;
+
+private:
+    bool m_isReadableWithoutFocus;
 };
 
 // Frames flip about the bottom edge of the primary screen, whose bottom-left corner is the

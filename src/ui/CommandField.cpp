@@ -2,6 +2,7 @@
 
 #include <QKeyEvent>
 
+#include <limits>
 #include <optional>
 
 namespace pindle::ui {
@@ -48,6 +49,9 @@ CommandField::CommandField(QWidget *parent) : QLineEdit(parent)
     transparentBase.setColor(QPalette::Base, Qt::transparent);
     setPalette(transparentBase);
     setStyleSheet(QStringLiteral("QLineEdit { background: transparent; }"));
+    // A line edit cuts its text at 32,767 characters unless told otherwise; an address is kept
+    // whole, however long.
+    setMaxLength(std::numeric_limits<int>::max());
 }
 
 const QKeyEvent *CommandField::currentEvent()

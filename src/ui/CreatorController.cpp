@@ -5,9 +5,14 @@
 #include "core/Text.h"
 #include "platform/Platform.h"
 
+#include <QCoreApplication>
 #include <QFont>
 #include <QPalette>
+#include <QScopedValueRollback>
+#include <QTimer>
 #include <QVBoxLayout>
+
+#include <iterator>
 
 namespace pindle::ui {
 namespace {
@@ -21,8 +26,17 @@ constexpr int fieldInset = 12;
 } // namespace
 
 CreatorController::CreatorController(QWidget *header, double headerHeight)
-    : PanelController(header, headerHeight)
-{}
+    : PanelController(header, headerHeight), m_targets(this, [this] { targetsRead(); })
+{
+    // The targets are read once the event loop runs, so that a large folder's list is at hand
+    // by the first showing; later showings reread only what changed.
+    QTimer::singleShot(0, this, [this] {
+        if (!isVisible()) {
+            rescanFiles();
+            m_targets.ensureTargets(files);
+        }
+    });
+}
 
 CommandField *CreatorController::makeField(const QString &placeholder, int fontPixels,
                                            const QColor &color)
@@ -36,6 +50,7 @@ CommandField *CreatorController::makeField(const QString &placeholder, int fontP
     field->setPalette(palette);
     field->setPlaceholderText(placeholder);
     attachField(field);
+    field->installEventFilter(this);
     return field;
 }
 
@@ -71,9 +86,17 @@ void CreatorController::show(const QString &url)
     m_nameField->setFocus(Qt::ActiveWindowFocusReason);
 }
 
+void CreatorController::setURL(const QString &url)
+{
+    m_urlField->setText(Text::trimmedWhitespaceAndNewlines(url));
+    updateResults();
+}
+
 void CreatorController::hide(bool restoringFocus)
 {
     PanelController::hide(restoringFocus);
+    dropHeldKeys();
+    m_isAwaitingTargets = false;
     m_nameField->clear();
     m_urlField->clear();
     results.clear();
@@ -89,14 +112,68 @@ void CreatorController::rowClicked(qsizetype index)
 void CreatorController::updateResults()
 {
     const QString name = Text::trimmedWhitespace(m_nameField->text());
-    if (!FileIndex::directoryExists())
+    m_isAwaitingTargets = false;
+    if (!FileIndex::directoryExists()) {
         results.clear();
-    else if (!name.isEmpty())
+    } else if (!name.isEmpty()) {
         results = FileIndex::search(name, files, resultLimit);
-    else
+    } else if (!Text::trimmedWhitespaceAndNewlines(m_urlField->text()).isEmpty() &&
+               !m_targets.ensureTargets(files)) {
+        // No list rather than one made of some targets: targetsRead() shows it.
+        results.clear();
+        m_isAwaitingTargets = true;
+    } else {
         results = FileIndex::matching(m_urlField->text(), files, resultLimit);
+    }
     selectedIndex = -1;
     renderRows(std::nullopt);
+}
+
+void CreatorController::targetsRead()
+{
+    if (!m_isAwaitingTargets || !isVisible())
+        return;
+    // Asks again: the list may have been rescanned while the reading ran.
+    updateResults();
+    if (m_isAwaitingTargets)
+        return;
+    // The keys held back go to their fields in order, as they would have had the list been
+    // there, unless one of them brings the wait back.
+    const QScopedValueRollback replaying(m_isReplaying, true);
+    std::vector<HeldKey> held = std::exchange(m_heldKeys, {});
+    for (auto key = held.begin(); key != held.end(); ++key) {
+        if (m_isAwaitingTargets) {
+            m_heldKeys.assign(std::make_move_iterator(key), std::make_move_iterator(held.end()));
+            return;
+        }
+        if (key->receiver && isVisible())
+            QCoreApplication::sendEvent(key->receiver, key->event.get());
+    }
+}
+
+void CreatorController::dropHeldKeys()
+{
+    m_heldKeys.clear();
+}
+
+// While the list waits for its targets, Up and Down, which act on it, are held back, and so is
+// every key after them, so that the keys act in the order typed once the list is there. Keys
+// that act on the fields alone (a typed name) go through, and Escape gives up the keys held.
+bool CreatorController::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() != QEvent::KeyPress || m_isReplaying || !watched->isWidgetType())
+        return false;
+    auto *key = static_cast<QKeyEvent *>(event);
+    if (key->key() == Qt::Key_Escape) {
+        dropHeldKeys();
+        return false;
+    }
+    const bool movesSelection = key->key() == Qt::Key_Up || key->key() == Qt::Key_Down;
+    if (m_heldKeys.empty() && !(m_isAwaitingTargets && movesSelection))
+        return false;
+    m_heldKeys.push_back({static_cast<QWidget *>(watched),
+                          std::unique_ptr<QKeyEvent>(static_cast<QKeyEvent *>(key->clone()))});
+    return true;
 }
 
 void CreatorController::adoptName(qsizetype index)

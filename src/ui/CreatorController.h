@@ -4,8 +4,15 @@
 // While the name is empty it lists the shortcuts that already point at the address; once a name
 // is typed, the shortcuts whose names match it. Return saves, or adopts the selected row's name.
 
+#include "core/TargetReader.h"
 #include "ui/CommandField.h"
 #include "ui/PanelController.h"
+
+#include <QKeyEvent>
+#include <QPointer>
+
+#include <memory>
+#include <vector>
 
 namespace pindle::ui {
 
@@ -24,12 +31,32 @@ public:
 
     // Opens the panel for the address (trimmed here), with an empty name.
     void show(const QString &url);
+    // Puts the address (trimmed here) into the open panel, as show() would have.
+    void setURL(const QString &url);
     void hide(bool restoringFocus) override;
     void rowClicked(qsizetype index) override;
     void updateResults() override;
 
+    // True while the list waits for the targets being read.
+    bool isAwaitingTargets() const { return m_isAwaitingTargets; }
+    // Waits for the targets being read and shows the list they make. For tests.
+    void waitForTargets() { m_targets.waitForReading(); }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     using PanelController::show;
+
+    // Key presses held back while the list waits for its targets, with the field they were for.
+    struct HeldKey
+    {
+        QPointer<QWidget> receiver;
+        std::unique_ptr<QKeyEvent> event;
+    };
+
+    void targetsRead();
+    void dropHeldKeys();
 
     CommandField *makeField(const QString &placeholder, int fontPixels, const QColor &color);
     void adoptName(qsizetype index);
@@ -38,6 +65,11 @@ private:
 
     CommandField *m_nameField = nullptr;
     CommandField *m_urlField = nullptr;
+    // Threads: the reader's worker only reads files; everything here is the main thread's.
+    TargetReader m_targets;
+    bool m_isAwaitingTargets = false;
+    std::vector<HeldKey> m_heldKeys;
+    bool m_isReplaying = false;
 };
 
 } // namespace pindle::ui

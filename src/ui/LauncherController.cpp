@@ -123,10 +123,11 @@ void LauncherController::copyURL(qsizetype index)
         return;
     const QUrl file = results[index].file.url;
     const QString text = ShortcutURL::target(file).value_or(file.toLocalFile());
-    hide(true);
+    // Before the panel hides: on Wayland only the focused window may set the clipboard.
     auto &pasteboard = *platform::services().pasteboard;
     pasteboard.clearContents();
     pasteboard.setString(text);
+    hide(true);
 }
 
 bool LauncherController::doCommand(CommandField *field, TextCommand command)

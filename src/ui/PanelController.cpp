@@ -516,7 +516,7 @@ void PanelController::confirmDeleteSelection(QWidget *focusAfter)
 void PanelController::deleteFile(const IndexedFile &file, qsizetype wasAt)
 {
     platform::Workspace &workspace = *platform::services().workspace;
-    if (!workspace.moveToTrash(file.url.toLocalFile())) {
+    if (!workspace.moveToTrash(file.url)) {
         workspace.beep();
         return;
     }

@@ -201,6 +201,102 @@ TEST_F(DelegateToggles, AltIKeepsTheAddressAsCopiedButTrimmed)
     EXPECT_EQ(fakes.focus->activated.size(), 1);
 }
 
+TEST_F(DelegateToggles, AltIWaitsForTheClipboardWithoutHoldingUpTheLauncher)
+{
+    launch();
+    fakes.pasteboard->holdAnswers = true;
+    fakes.pasteboard->text = QStringLiteral("https://example.com/slow");
+    ASSERT_TRUE(fakes.shortcuts->press(creatorId));
+    ASSERT_TRUE(fakes.shortcuts->press(creatorId));
+    EXPECT_EQ(fakes.pasteboard->requests, 1) << "a press while the owner answers asks again";
+    EXPECT_FALSE(delegate->creator()->isVisible());
+
+    ASSERT_TRUE(fakes.shortcuts->press(launcherId));
+    EXPECT_TRUE(delegate->launcher()->isVisible());
+    ASSERT_TRUE(fakes.shortcuts->press(launcherId));
+    EXPECT_FALSE(delegate->launcher()->isVisible());
+
+    fakes.pasteboard->answer();
+    ASSERT_TRUE(delegate->creator()->isVisible());
+    EXPECT_EQ(delegate->creator()->urlField()->text(), QStringLiteral("https://example.com/slow"));
+    ASSERT_TRUE(fakes.shortcuts->press(creatorId));
+    EXPECT_FALSE(delegate->creator()->isVisible());
+
+    // An owner that never answers ends as no text: nothing opens, and the next press asks anew.
+    fakes.pasteboard->text.reset();
+    ASSERT_TRUE(fakes.shortcuts->press(creatorId));
+    fakes.pasteboard->answer();
+    EXPECT_FALSE(delegate->creator()->isVisible());
+    ASSERT_TRUE(fakes.shortcuts->press(creatorId));
+    EXPECT_EQ(fakes.pasteboard->requests, 3);
+}
+
+// Where only a focused window sees the clipboard, the creator opens first and reads it once the
+// compositor has given it the focus; without a web address it closes again at once.
+TEST_F(DelegateToggles, AltIReadsAClipboardOnlyAFocusedWindowSeesOnceTheCreatorHasTheFocus)
+{
+    launch();
+    fakes.pasteboard->readableWithoutFocus = false;
+    const auto focusCreator = [this] {
+        QEvent activate(QEvent::WindowActivate);
+        QCoreApplication::sendEvent(delegate->creator()->panel(), &activate);
+    };
+
+    fakes.pasteboard->text = QStringLiteral(" https://example.com/focused\n");
+    ASSERT_TRUE(fakes.shortcuts->press(creatorId));
+    ASSERT_TRUE(delegate->creator()->isVisible());
+    EXPECT_EQ(fakes.pasteboard->requests, 0) << "read before the creator had the focus";
+    focusCreator();
+    EXPECT_EQ(fakes.pasteboard->requests, 1);
+    EXPECT_TRUE(delegate->creator()->isVisible());
+    EXPECT_EQ(delegate->creator()->urlField()->text(),
+              QStringLiteral("https://example.com/focused"));
+    ASSERT_TRUE(fakes.shortcuts->press(creatorId));
+    EXPECT_FALSE(delegate->creator()->isVisible());
+
+    fakes.pasteboard->text = QStringLiteral("not an address");
+    ASSERT_TRUE(fakes.shortcuts->press(creatorId));
+    focusCreator();
+    EXPECT_FALSE(delegate->creator()->isVisible());
+    EXPECT_EQ(fakes.focus->activated.size(), 2) << "the focus goes back each time";
+
+    // A compositor that never gives the focus: the creator does not stay up, and the clipboard
+    // is never read.
+    class NoFocus final : public QObject
+    {
+        bool eventFilter(QObject *, QEvent *event) override
+        {
+            return event->type() == QEvent::WindowActivate;
+        }
+    } noFocus;
+    qApp->installEventFilter(&noFocus);
+    ASSERT_TRUE(fakes.shortcuts->press(creatorId));
+    ASSERT_TRUE(delegate->creator()->isVisible());
+    EXPECT_TRUE(QTest::qWaitFor([this] { return !delegate->creator()->isVisible(); }, 5000));
+    EXPECT_EQ(fakes.pasteboard->requests, 2);
+}
+
+TEST_F(DelegateToggles, RequestsFromTheCommandLineActAsTheKeysOnceLaunched)
+{
+    delegate = std::make_unique<app::AppDelegate>();
+    delegate->toggle(app::Panel::launcher);
+    delegate->showLauncher();
+    EXPECT_EQ(fakes.pasteboard->requests, 0);
+    delegate->applicationDidFinishLaunching();
+
+    delegate->showLauncher();
+    delegate->showLauncher();
+    EXPECT_TRUE(delegate->launcher()->isVisible()) << "showing twice must not toggle it away";
+    delegate->toggle(app::Panel::launcher);
+    EXPECT_FALSE(delegate->launcher()->isVisible());
+
+    fakes.pasteboard->text = QStringLiteral("https://example.com/");
+    delegate->toggle(app::Panel::creator);
+    EXPECT_TRUE(delegate->creator()->isVisible());
+    delegate->toggle(app::Panel::creator);
+    EXPECT_FALSE(delegate->creator()->isVisible());
+}
+
 TEST_F(DelegateTerminating, LetsGoOfBothKeys)
 {
     launch();

@@ -1,4 +1,5 @@
-// SIGTERM and SIGINT reach the event loop as a signal of their own, and the process survives them.
+// SIGTERM, SIGINT and SIGHUP (the terminal or session going away) reach the event loop as a signal
+// of their own, and the process survives them.
 
 #include "app/TerminationSignals.h"
 
@@ -11,7 +12,7 @@
 
 using pindle::app::TerminationSignals;
 
-TEST(TerminationSignals, DeliverSigtermAndSigintThroughTheEventLoop)
+TEST(TerminationSignals, DeliverSigtermSigintAndSighupThroughTheEventLoop)
 {
     TerminationSignals signals;
     ASSERT_TRUE(signals.isActive());
@@ -19,11 +20,13 @@ TEST(TerminationSignals, DeliverSigtermAndSigintThroughTheEventLoop)
 
     ASSERT_EQ(std::raise(SIGTERM), 0);
     ASSERT_EQ(std::raise(SIGINT), 0);
+    ASSERT_EQ(std::raise(SIGHUP), 0);
     // Nothing runs inside the handler itself.
     EXPECT_EQ(received.count(), 0);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return received.count() == 2; }, 2000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return received.count() == 3; }, 2000));
     EXPECT_EQ(received[0][0].toInt(), SIGTERM);
     EXPECT_EQ(received[1][0].toInt(), SIGINT);
+    EXPECT_EQ(received[2][0].toInt(), SIGHUP);
 }
 
 TEST(TerminationSignals, RestoreTheDefaultHandlersWhenDestroyed)

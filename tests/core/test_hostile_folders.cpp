@@ -1,7 +1,9 @@
 #include "core/FileIndex.h"
+#include "core/LocalPath.h"
 #include "core/ShortcutURL.h"
 #include "support/TestSupport.h"
 
+#include <QDir>
 #include <QFile>
 #include <QRandomGenerator>
 
@@ -42,6 +44,120 @@ QByteArray deepBinaryPlist(int depth)
     }
     return objects + offsets + QByteArray(6, '\0') + "\x03\x03" + bigEndian(quint64(depth), 8) +
            bigEndian(0, 8) + bigEndian(quint64(objects.size()), 8);
+}
+
+// A binary list of the given objects, object 0 at the top, with one-byte references.
+QByteArray binaryPlist(const QList<QByteArray> &objects)
+{
+    QByteArray bytes = "bplist00";
+    QByteArray offsets;
+    for (const QByteArray &object : objects) {
+        offsets += bigEndian(quint64(bytes.size()), 4);
+        bytes += object;
+    }
+    return bytes + offsets + QByteArray(6, '\0') + "\x04\x02" +
+           bigEndian(quint64(objects.size()), 8) + bigEndian(0, 8) +
+           bigEndian(quint64(bytes.size()), 8);
+}
+
+QByteArray ref(int object)
+{
+    return bigEndian(quint64(object), 2);
+}
+
+// { URL: https://bomb/, x: objects[4] }: a valid shortcut as long as the rest reads.
+QList<QByteArray> shortcutHolding(const QList<QByteArray> &rest)
+{
+    QList<QByteArray> objects = {"\xD2" + ref(1) + ref(2) + ref(3) + ref(4), "\x53URL", "\x51x",
+                                 "\x5Dhttps://bomb/"};
+    return objects + rest;
+}
+
+// Objects that refer to the same children again and again, or to one long text many times, are
+// cheap on disk and enormous once expanded; the reader refuses them before building anything.
+TEST(HostileFolder, PropertyListsThatExpandBeyondAnyShortcutHaveNoTarget)
+{
+    QList<QByteArray> doubling;
+    constexpr int levels = 20; // a million leaves: slow, but still within reach unguarded
+    for (int i = 0; i < levels; ++i)
+        doubling.append("\xA2" + ref(5 + i) + ref(5 + i));
+    doubling.append("\x09");
+    test::writeFile(inFolder(u"doubling.webloc"_qs), binaryPlist(shortcutHolding(doubling)));
+
+    constexpr int repeats = 2000;
+    QByteArray manyRefs = "\xAF\x11" + bigEndian(repeats, 2);
+    for (int i = 0; i < repeats; ++i)
+        manyRefs += ref(5);
+    const QByteArray longText = "\x4F\x12" + bigEndian(100000, 4) + QByteArray(100000, 'a');
+    test::writeFile(inFolder(u"repeated.webloc"_qs),
+                    binaryPlist(shortcutHolding({manyRefs, longText})));
+
+    // Every character reference costs the XML reader a move of the rest of the text.
+    test::writeFile(inFolder(u"references.webloc"_qs),
+                    "<plist><dict><key>URL</key><string>https://bomb/" +
+                        QByteArray("&amp;").repeated(200000) + "</string></dict></plist>");
+
+    // The same shapes kept small read as usual.
+    test::writeFile(
+        inFolder(u"small.webloc"_qs),
+        binaryPlist(shortcutHolding({"\xA2" + ref(5) + ref(5), QByteArray("\x41") + "a"})));
+
+    for (const char *name : {"doubling", "repeated", "references", "small"}) {
+        const std::optional<QString> target = ShortcutURL::target(
+            QUrl::fromLocalFile(inFolder(QString::fromLatin1(name) + u".webloc"_qs)));
+        EXPECT_EQ(target,
+                  qstrcmp(name, "small") == 0 ? std::optional(u"https://bomb/"_qs) : std::nullopt)
+            << name;
+    }
+}
+
+// Sync clients replace files at any time: a file that turns into a pipe between the scan and
+// the drawing of its row, or between a look at it and its opening, must not stall the row.
+TEST(HostileFolder, FilesSwappedForPipesStallNothing)
+{
+    ::alarm(30); // an open that waits for a writer would hang; the alarm ends the test instead
+    // Without an extension, the type can only come from the file's first bytes.
+    const QString path = inFolder(u"notes"_qs);
+    test::writeFile(path, "plain");
+    test::writeFile(inFolder(u"link.url"_qs), "URL=https://a/");
+    const QList<IndexedFile> files = FileIndex::scan();
+    ASSERT_EQ(files.size(), 2);
+    const test::PipeSwapper swapper(path);
+    test::PipeSwapper linkSwapper(inFolder(u"link.url"_qs));
+    for (int round = 0; round < 500; ++round) {
+        ShortcutURL::clearCaches();
+        for (const IndexedFile &file : files)
+            ShortcutURL::subtitle(file.url);
+    }
+    ::alarm(0);
+}
+
+// A name that is not UTF-8 can't be spelled in text; its record still names that very file.
+TEST(HostileFolder, NamesThatAreNotUtf8StillNameTheirFiles)
+{
+    const QByteArray folder = QFile::encodeName(test::shortcutFolder());
+    ASSERT_TRUE(QDir().mkpath(test::shortcutFolder()));
+    for (const auto &[name, bytes] :
+         {std::pair<QByteArray, QByteArray>{"caf\xE9.url", "URL=https://cafe/"},
+          {"caf\xE9 100%.webloc", test::readFile(test::writeWebloc(u"x"_qs, u"https://pct/"_qs))},
+          {"caf\xE9.txt", "plain text"}}) {
+        const int fd = ::open((folder + '/' + name).constData(), O_WRONLY | O_CREAT, 0644);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(::write(fd, bytes.constData(), size_t(bytes.size())), bytes.size());
+        ::close(fd);
+    }
+    ASSERT_TRUE(QFile::remove(inFolder(u"x.webloc"_qs)));
+
+    QStringList subtitles;
+    for (const IndexedFile &file : FileIndex::scan()) {
+        EXPECT_EQ(::access(LocalPath::nativePath(file.url).constData(), F_OK), 0)
+            << file.displayName.toStdString();
+        subtitles.append(ShortcutURL::subtitle(file.url));
+    }
+    ASSERT_EQ(subtitles.size(), 3);
+    EXPECT_TRUE(subtitles.contains(u"https://cafe/"_qs));
+    EXPECT_TRUE(subtitles.contains(u"https://pct/"_qs));
+    EXPECT_FALSE(subtitles.contains(QString())); // the text file's type
 }
 
 TEST(HostileFolder, NothingHangsCrashesOrHasATarget)

@@ -8,6 +8,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
 using namespace pindle;
 using ShortcutWriter::WriteError;
 
@@ -60,7 +68,14 @@ TEST(ShortcutWriter, RefusesInvalidNamesBeforeTouchingTheDisk)
                                             {u"Trip"_qs, u" \r\n\u2029"_qs},
                                             {u" .profile"_qs, u"https://a/"_qs},
                                             {u"a/b"_qs, u"https://a/"_qs},
-                                            {u"a:b"_qs, u"https://a/"_qs}})
+                                            {u"a:b"_qs, u"https://a/"_qs},
+                                            {u"evil.desktop\u0000tail"_qs, u"https://a/"_qs},
+                                            {u"a\tb"_qs, u"https://a/"_qs},
+                                            {u"a\u007Fb"_qs, u"https://a/"_qs},
+                                            {u"a\u0085b"_qs, u"https://a/"_qs},
+                                            {u"a\xD800"
+                                             u"b"_qs,
+                                             u"https://a/"_qs}})
         EXPECT_EQ(create(name, url), std::unexpected(WriteError::invalidName))
             << name.toStdString();
     EXPECT_FALSE(QDir(test::homePath() + u"/conflocal"_qs).exists());
@@ -89,6 +104,66 @@ TEST(ShortcutWriter, ReportsFailedWritesAndLeavesNothingBehind)
     EXPECT_EQ(create(QString(300, u'n')), std::unexpected(WriteError::writeFailed));
     EXPECT_EQ(create(u"Trip"_qs, u"https://a/\u0001"_qs), std::unexpected(WriteError::writeFailed));
     EXPECT_EQ(folderEntries(), QStringList());
+}
+
+// Two writers saving one name at once: whichever comes second finds the name taken, even when
+// both looked before either wrote.
+TEST(ShortcutWriter, OfTwoWritersRacingForANameTheLoserFindsItTaken)
+{
+    ASSERT_TRUE(QDir().mkpath(test::shortcutFolder()));
+    for (int round = 0; round < 100; ++round) {
+        const QString name = u"Race "_qs + QString::number(round);
+        std::atomic<int> ready = 0;
+        std::expected<QUrl, WriteError> results[2];
+        std::thread writers[2];
+        for (int i = 0; i < 2; ++i) {
+            writers[i] = std::thread([&, i] {
+                ++ready;
+                while (ready < 2) {
+                }
+                results[i] = create(name);
+            });
+        }
+        for (std::thread &writer : writers)
+            writer.join();
+        EXPECT_TRUE(results[0].has_value() != results[1].has_value()) << round;
+        for (const auto &result : results)
+            EXPECT_EQ(result ? WriteError::alreadyExists : result.error(),
+                      WriteError::alreadyExists)
+                << round;
+    }
+}
+
+// A temporary file is removed by the next save once its writer is gone or it is too old for any
+// writer to hold; anything else that merely looks like one stays.
+TEST(ShortcutWriter, ClearsTemporariesLeftByKilledWriters)
+{
+    const pid_t child = ::fork();
+    if (child == 0)
+        ::_exit(0);
+    ASSERT_GT(child, 0);
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    const QString deadWriter = u".pindle-"_qs + QString::number(child) + u"-1x.tmp"_qs;
+    const QString liveWriter = u".pindle-"_qs + QString::number(::getpid()) + u"-2x.tmp"_qs;
+    for (const QString &name :
+         {deadWriter, liveWriter, u".pindle-fresh.tmp"_qs, u".pindle-old.tmp"_qs,
+          u"pindle-old.tmp"_qs, u".pindle-old.tmp.keep"_qs, u"target"_qs})
+        test::writeFile(inFolder(name), "leftover");
+    ASSERT_TRUE(QDir().mkpath(inFolder(u".pindle-folder.tmp"_qs)));
+    ASSERT_TRUE(QFile::link(inFolder(u"target"_qs), inFolder(u".pindle-link.tmp"_qs)));
+    const timespec anHourAgo = {.tv_sec = ::time(nullptr) - 3600, .tv_nsec = 0};
+    const timespec times[2] = {anHourAgo, anHourAgo};
+    for (const QString &name : {u".pindle-old.tmp"_qs, u"pindle-old.tmp"_qs,
+                                u".pindle-old.tmp.keep"_qs, u"target"_qs, u".pindle-folder.tmp"_qs})
+        ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(inFolder(name)).constData(), times, 0),
+                  0);
+
+    ASSERT_TRUE(create(u"New"_qs).has_value());
+    EXPECT_EQ(folderEntries(),
+              QStringList({liveWriter, u".pindle-folder.tmp"_qs, u".pindle-fresh.tmp"_qs,
+                           u".pindle-link.tmp"_qs, u".pindle-old.tmp.keep"_qs, u"New.webloc"_qs,
+                           u"pindle-old.tmp"_qs, u"target"_qs}));
+    EXPECT_EQ(test::readFile(inFolder(u"target"_qs)), "leftover");
 }
 
 } // namespace

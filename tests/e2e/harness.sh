@@ -1,6 +1,7 @@
 # End-to-end harness, sourced by the bash test scripts: a private Xvfb (a display number it
 # picks, so tests run in parallel) with openbox unless e2e_start --no-wm, an empty HOME and
 # XDG_RUNTIME_DIR under the private E2E_TMP, and teardown of everything spawned whatever happens.
+# e2e_session_bus gives the test a private session D-Bus of its own.
 # e2e_spawn NAME CMD... puts CMD's output in $E2E_TMP/NAME.{out,err} and its pid in E2E_PID.
 # e2e_check carries on after a failure (hence no set -e); e2e_finish exits 0 when all passed.
 
@@ -26,7 +27,12 @@ e2e_teardown() {
     for pid in "${E2E_PIDS[@]}" $E2E_WM_PID $E2E_XVFB_PID; do
         wait "$pid" 2>/dev/null || true
     done
-    rm -rf "$E2E_TMP"
+    # E2E_KEEP=1 keeps the logs for a look after a failure.
+    if [ "${E2E_KEEP:-0}" = 1 ]; then
+        e2e_log "kept $E2E_TMP"
+    else
+        rm -rf "$E2E_TMP"
+    fi
     exit "$status"
 }
 trap e2e_teardown EXIT
@@ -75,6 +81,26 @@ e2e_start() {
         e2e_wait_for 20 e2e_has_ewmh_wm ||
             e2e_fail "openbox did not start: $(cat "$E2E_TMP/openbox.log")"
     fi
+}
+
+# e2e_session_bus: starts a private session bus (torn down with the rest) and exports its
+# address, so that programs owning well-known names never meet those of other tests.
+e2e_session_bus() {
+    command -v dbus-daemon >/dev/null || e2e_fail "dbus-daemon is not installed"
+    dbus-daemon --session --nofork --nopidfile --address="unix:path=$E2E_TMP/session-bus" \
+        --print-address=3 3>"$E2E_TMP/bus-address" >"$E2E_TMP/dbus.log" 2>&1 &
+    E2E_PIDS+=("$!")
+    e2e_wait_for 10 grep -q '^unix:' "$E2E_TMP/bus-address" ||
+        e2e_fail "dbus-daemon did not start: $(cat "$E2E_TMP/dbus.log")"
+    DBUS_SESSION_BUS_ADDRESS=$(head -n1 "$E2E_TMP/bus-address")
+    export DBUS_SESSION_BUS_ADDRESS
+}
+
+# e2e_bus_name_owner NAME: the pid of the process that owns NAME on the session bus.
+e2e_bus_name_owner() {
+    dbus-send --session --print-reply=literal --dest=org.freedesktop.DBus /org/freedesktop/DBus \
+        org.freedesktop.DBus.GetConnectionUnixProcessID "string:$1" 2>/dev/null |
+        awk '{ print $NF }'
 }
 
 e2e_has_ewmh_wm() { xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id'; }

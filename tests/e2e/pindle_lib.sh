@@ -9,6 +9,12 @@ source "$(dirname "${BASH_SOURCE[0]}")/harness.sh"
 # pindle_setup: starts the X server and prepares the environment and the empty folder.
 pindle_setup() {
     e2e_start
+    e2e_session_bus
+    pindle_prepare
+}
+
+# pindle_prepare: the environment and the empty folder in the temporary HOME, whatever the display.
+pindle_prepare() {
     export XDG_DATA_HOME="$HOME/.local/share" XDG_CONFIG_HOME="$HOME/.config"
     mkdir -p "$XDG_DATA_HOME" "$XDG_CONFIG_HOME" "$E2E_TMP/bin"
     unset BROWSER DEFAULT_BROWSER XDG_CURRENT_DESKTOP DESKTOP_SESSION

@@ -1,12 +1,13 @@
 // A small X client for the end-to-end tests of the X11 backend. It reads one command per line
 // on stdin and answers on stdout, one line each; hot-key presses print "fired NAME" whenever
-// they arrive. hotkeys.sh, focus.sh and failures.sh drive it.
+// they arrive. hotkeys.sh, focus.sh, failures.sh and clipboard.sh drive it.
 
 #include "platform/FocusRestore.h"
 #include "platform/HotKeyManager.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11Services.h"
 
+#include <QCryptographicHash>
 #include <QGuiApplication>
 #include <QRasterWindow>
 #include <QSocketNotifier>
@@ -161,6 +162,19 @@ private:
                                 1, &window);
             xcb_flush(c);
             say(u"set"_qs);
+        } else if (command == u"clipboard") {
+            // The answer comes once the owner has handed the text over: its length in
+            // characters and the MD5 of its UTF-8, or none.
+            services.pasteboard->requestString([](std::optional<QString> text) {
+                say(text ? u"clipboard %1 %2"_qs.arg(text->size())
+                               .arg(QString::fromLatin1(
+                                   QCryptographicHash::hash(text->toUtf8(), QCryptographicHash::Md5)
+                                       .toHex()))
+                         : u"clipboard none"_qs);
+            });
+        } else if (command == u"copy") { // copy TEXT
+            services.pasteboard->setString(arg1);
+            say(u"copied"_qs);
         } else if (command == u"pid") {
             say(u"pid %1"_qs.arg(getpid()));
         } else if (command == u"quit") {

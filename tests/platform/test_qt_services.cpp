@@ -1,16 +1,25 @@
 #include "platform/QtServices.h"
 
+#include "core/LocalPath.h"
+
 #include "support/TestSupport.h"
 
 #include <QCursor>
 #include <QDesktopServices>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <unistd.h>
 
 using namespace pindle;
 using namespace pindle::platform;
@@ -84,6 +93,59 @@ TEST(Trash, createsTheHomeTrashWhenTheDataDirectoryIsMissingThenAddsToIt)
     EXPECT_TRUE(cwd.isEmpty());
 }
 
+TEST(Trash, aSecondFileOfTheSameNameGoesBesideTheFirst)
+{
+    const QString path = test::writeWebloc(u"Docs"_qs, u"https://one/"_qs);
+    ASSERT_TRUE(moveFileToTrash(path));
+    test::writeWebloc(u"Docs"_qs, u"https://two/"_qs);
+    ASSERT_TRUE(moveFileToTrash(path));
+    const QDir trash(test::homePath() + u"/.local/share/Trash"_qs);
+    EXPECT_EQ(trash.entryList({u"*"_qs}, QDir::Files, QDir::Name).size(), 0);
+    EXPECT_EQ(QDir(trash.filePath(u"files"_qs)).entryList(QDir::Files).size(), 2);
+    EXPECT_EQ(QDir(trash.filePath(u"info"_qs)).entryList(QDir::Files).size(), 2);
+}
+
+// A Trash that can't hold anything leaves the file where it was, and nothing else anywhere.
+TEST(Trash, aTrashThatIsAFileIsAFailureThatLeavesNothingStray)
+{
+    const WorkingDirectory cwd;
+    const QString path = test::writeWebloc(u"Docs"_qs, u"https://example.org/"_qs);
+    const QString trash = test::homePath() + u"/.local/share/Trash"_qs;
+    test::writeFile(trash, "not a folder");
+    const auto everything = [] {
+        QStringList paths;
+        QDirIterator it(test::homePath(), QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext())
+            paths.append(it.next());
+        paths.sort();
+        return paths;
+    };
+    const QStringList before = everything();
+
+    EXPECT_FALSE(moveFileToTrash(path));
+    EXPECT_TRUE(QFile::exists(path));
+    EXPECT_EQ(test::readFile(trash), "not a folder");
+    EXPECT_EQ(everything(), before);
+    EXPECT_TRUE(cwd.isEmpty());
+}
+
+TEST(Trash, aNameThatIsNotUtf8KeepsItsBytes)
+{
+    const QByteArray folder = QFile::encodeName(test::shortcutFolder());
+    ASSERT_TRUE(QDir().mkpath(test::shortcutFolder()));
+    const QByteArray file = folder + "/caf\xE9.url";
+    ::close(::open(file.constData(), O_WRONLY | O_CREAT, 0644));
+    QtWorkspace workspace([] {});
+    ASSERT_TRUE(workspace.moveToTrash(LocalPath::fileUrl(file)));
+    EXPECT_NE(::access(file.constData(), F_OK), 0);
+    const QByteArray trash = QFile::encodeName(test::homePath()) + "/.local/share/Trash";
+    EXPECT_EQ(::access((trash + "/files/caf\xE9.url").constData(), F_OK), 0);
+    std::ifstream info((trash + "/info/caf\xE9.url.trashinfo").toStdString());
+    const std::string text((std::istreambuf_iterator<char>(info)), {});
+    EXPECT_NE(text.find("/caf%E9.url\n"), std::string::npos) << text;
+}
+
 TEST(Trash, aMissingFileIsAFailure)
 {
     EXPECT_FALSE(moveFileToTrash(test::shortcutFolder() + QStringLiteral("/gone.webloc")));
@@ -111,6 +173,15 @@ TEST(Workspace, everyFileGetsAnIcon)
     QtWorkspace workspace([] {});
     EXPECT_FALSE(workspace.iconForFile(test::writeWebloc(u"web"_qs, u"https://a/"_qs)).isNull());
     EXPECT_FALSE(workspace.iconForFile(test::shortcutFolder() + u"/no such file"_qs).isNull());
+    // A file that keeps turning into a pipe must not make the look wait for a writer: the alarm
+    // ends the test if it does.
+    const QString swapped = test::shortcutFolder() + u"/notes"_qs;
+    test::writeFile(swapped, "plain");
+    const test::PipeSwapper swapper(swapped);
+    ::alarm(30);
+    for (int round = 0; round < 500; ++round)
+        EXPECT_FALSE(workspace.iconForFile(swapped).isNull());
+    ::alarm(0);
 }
 
 TEST(Pasteboard, writesReadsAndClearsPlainText)

@@ -6,7 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <random>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace pindle::test {
@@ -77,6 +80,34 @@ std::string generatedLines(int count, unsigned seed)
         text += '\n';
     }
     return text;
+}
+
+PipeSwapper::PipeSwapper(const QString &path)
+{
+    const QByteArray target = QFile::encodeName(path);
+    // Hidden names, which no scan lists.
+    const QFileInfo info(path);
+    const QByteArray hidden = QFile::encodeName(info.path() + u"/."_qs + info.fileName());
+    const QByteArray file = hidden + ".swap-file";
+    const QByteArray pipe = hidden + ".swap-pipe";
+    m_thread = std::thread([this, target, file, pipe] {
+        while (!m_stop) {
+            const int fd = ::open(file.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+            if (fd >= 0) {
+                [[maybe_unused]] const ssize_t written = ::write(fd, "plain text\n", 11);
+                ::close(fd);
+            }
+            ::rename(file.constData(), target.constData());
+            ::mkfifo(pipe.constData(), 0644);
+            ::rename(pipe.constData(), target.constData());
+        }
+    });
+}
+
+PipeSwapper::~PipeSwapper()
+{
+    m_stop = true;
+    m_thread.join();
 }
 
 } // namespace pindle::test

@@ -3,7 +3,9 @@
 #include <QByteArray>
 #include <QString>
 
+#include <atomic>
 #include <string>
+#include <thread>
 
 namespace pindle::test {
 
@@ -20,5 +22,21 @@ QString writeWebloc(const QString &name, const QString &url);
 // bytes: ASCII words and separators, CR, and characters beyond ASCII (accents both ways, emoji,
 // other scripts, case-changing letters, and the ones that lowercase to ASCII characters).
 std::string generatedLines(int count, unsigned seed);
+
+// Replaces the file at path by a regular file, then by a pipe, and so on until destroyed, each
+// time atomically by rename, as a sync client replaces files: whatever looks at the path and
+// then opens it sooner or later finds a pipe where it saw a file.
+class PipeSwapper
+{
+public:
+    explicit PipeSwapper(const QString &path);
+    ~PipeSwapper();
+    PipeSwapper(const PipeSwapper &) = delete;
+    PipeSwapper &operator=(const PipeSwapper &) = delete;
+
+private:
+    std::atomic<bool> m_stop = false;
+    std::thread m_thread;
+};
 
 } // namespace pindle::test

@@ -4,6 +4,7 @@
 #include "test_launcher_support.h"
 
 #include "core/FileIndex.h"
+#include "core/ShortcutURL.h"
 #include "support/TestSupport.h"
 #include "ui/CreatorController.h"
 #include "ui/ResultRowView.h"
@@ -205,6 +206,18 @@ TEST_F(CreatorSaving, ReturnWithNoSelectionSavesEvenWhenRowsAreListed)
     EXPECT_FALSE(creator->isVisible());
 }
 
+TEST_F(CreatorSaving, KeepsALongAddressAndNameWhole)
+{
+    const QString address = u"https://example.com/?q="_qs + QString(100000, u'x');
+    const QString longName = QString(200, u'n');
+    creator->show(address);
+    QTest::keyClicks(name(), longName);
+    key(name(), Qt::Key_Return);
+    const QString saved = savedPath(longName);
+    ASSERT_TRUE(QFile::exists(saved));
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(saved)), address);
+}
+
 TEST_F(CreatorSaving, FailedSaveBeepsAndChangesNothing)
 {
     open();
@@ -264,3 +277,69 @@ TEST_F(CreatorEscape, InAnEmptyFieldHidesAndRestoresFocus)
 }
 
 } // namespace
+
+// More files than are read in place: the targets are read beside the interface.
+class CreatorLargeFolder : public Creator
+{
+protected:
+    void SetUp() override
+    {
+        Creator::SetUp();
+        for (int i = 0; i < 300; ++i)
+            writeWebloc(QStringLiteral("Filler %1").arg(i),
+                        QStringLiteral("https://filler.example.org/%1").arg(i));
+        writeWebloc(QStringLiteral("Example Third"), sharedURL);
+    }
+
+    // The list as the creator would make it with every target read before it is shown.
+    static QStringList directMatches()
+    {
+        ShortcutURL::clearCaches();
+        QStringList names;
+        for (const ScoredFile &row : FileIndex::matching(sharedURL, FileIndex::scan(), 6))
+            names.append(row.file.displayName);
+        return names;
+    }
+    QStringList listedNames() const
+    {
+        QStringList names;
+        for (const ScoredFile &row : creator->results)
+            names.append(row.file.displayName);
+        return names;
+    }
+};
+
+TEST_F(CreatorLargeFolder, ShowsTheFieldsAtOnceAndTheListOnceTheTargetsAreRead)
+{
+    open();
+    EXPECT_TRUE(creator->isAwaitingTargets());
+    EXPECT_TRUE(creator->results.isEmpty());
+    EXPECT_EQ(url()->text(), sharedURL);
+
+    creator->waitForTargets();
+    EXPECT_FALSE(creator->isAwaitingTargets());
+    EXPECT_EQ(creator->selectedIndex, -1);
+    const QStringList shown = listedNames();
+    EXPECT_EQ(shown, directMatches());
+    EXPECT_EQ(shown.size(), 3);
+}
+
+TEST_F(CreatorLargeFolder, KeysTypedWhileWaitingActOnceTheListIsThere)
+{
+    open();
+    key(name(), Qt::Key_Down);
+    key(name(), Qt::Key_Return);
+    EXPECT_TRUE(name()->text().isEmpty());
+    creator->waitForTargets();
+    EXPECT_EQ(name()->text(), directMatches().first());
+    EXPECT_EQ(fakes.workspace->beeps, 0);
+
+    // A name needs no target: its list comes at once.
+    creator->hide(false);
+    ShortcutURL::clearCaches();
+    open();
+    ASSERT_TRUE(creator->isAwaitingTargets());
+    QTest::keyClicks(name(), QStringLiteral("oth"));
+    EXPECT_FALSE(creator->isAwaitingTargets());
+    EXPECT_EQ(listedNames(), QStringList{QStringLiteral("Other")});
+}

@@ -203,6 +203,9 @@ TEST_F(LauncherEscape, FirstClearsTheQueryThenHidesAndRestoresFocus)
 
 TEST_F(LauncherCopying, ControlCAndSuperCCopyTheTargetAndRestoreFocus)
 {
+    // Where only a focused window may set the clipboard, the copy must come before the hide.
+    bool shownWhenCopied = false;
+    fakes.pasteboard->onSetString = [&] { shownWhenCopied = launcher->isVisible(); };
     for (const Qt::KeyboardModifier modifier : {Qt::ControlModifier, Qt::MetaModifier}) {
         fakes.pasteboard->text.reset();
         fakes.focus->activated.clear();
@@ -210,6 +213,7 @@ TEST_F(LauncherCopying, ControlCAndSuperCCopyTheTargetAndRestoreFocus)
         type(QStringLiteral("docs"));
         key(Qt::Key_C, modifier);
         EXPECT_EQ(fakes.pasteboard->text, QStringLiteral("https://docs.example.com/"));
+        EXPECT_TRUE(shownWhenCopied);
         EXPECT_FALSE(launcher->isVisible());
         EXPECT_TRUE(field()->text().isEmpty());
         EXPECT_EQ(activations(), 1);

@@ -76,11 +76,11 @@ public:
         return true;
     }
     QIcon iconForFile(const QString &) override { return {}; }
-    bool moveToTrash(const QString &path) override
+    bool moveToTrash(const QUrl &file) override
     {
         if (failTrash)
             return false;
-        trashed.append(path);
+        trashed.append(file.toLocalFile());
         return true;
     }
     void beep() override { ++beeps; }
@@ -94,16 +94,41 @@ public:
 class FakePasteboard : public Pasteboard
 {
 public:
-    std::optional<QString> string() override { return text; }
+    // Answers at once unless a test holds the answer back to play an owner that is slow or
+    // silent; answer() then delivers the text current at that moment.
+    void requestString(StringHandler done) override
+    {
+        ++requests;
+        if (holdAnswers)
+            pending.append(std::move(done));
+        else
+            done(text);
+    }
+    bool isReadableWithoutFocus() override { return readableWithoutFocus; }
+    void answer()
+    {
+        for (const StringHandler &done : std::exchange(pending, {}))
+            done(text);
+    }
     void clearContents() override
     {
         text.reset();
         ++clears;
     }
-    void setString(const QString &value) override { text = value; }
+    void setString(const QString &value) override
+    {
+        text = value;
+        if (onSetString)
+            onSetString();
+    }
 
     std::optional<QString> text;
     int clears = 0;
+    int requests = 0;
+    bool holdAnswers = false;
+    bool readableWithoutFocus = true;
+    std::function<void()> onSetString;
+    QList<StringHandler> pending;
 };
 
 // One 1440×900 screen with a 25-point bar at the top unless a test sets others.

@@ -49,7 +49,7 @@ Services createWaylandServices()
     backend.focus = std::make_unique<PassiveFocusService>();
     // The protocol has no bell; a failed action shows itself in the panel instead.
     backend.workspace = std::make_unique<QtWorkspace>(nullptr);
-    backend.pasteboard = std::make_unique<QtPasteboard>();
+    backend.pasteboard = std::make_unique<QtPasteboard>(false);
     backend.screens = std::make_unique<QtScreens>(false);
     // Wayland compositors always blend windows.
     backend.application = std::make_unique<QtApplication>(true);

@@ -4,6 +4,7 @@
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11FocusService.h"
 #include "platform/x11/X11GlobalShortcuts.h"
+#include "platform/x11/X11Pasteboard.h"
 
 #include <QEvent>
 #include <QGuiApplication>
@@ -86,7 +87,7 @@ std::optional<Services> createX11Services(QString *error)
             xcb_flush(connection);
         }
     });
-    backend.pasteboard = std::make_unique<QtPasteboard>();
+    backend.pasteboard = std::make_unique<X11Pasteboard>();
     backend.screens = std::make_unique<QtScreens>(true);
     backend.application = std::make_unique<X11Application>();
     return backend;

@@ -1,0 +1,120 @@
+#include "core/TargetReader.h"
+
+#include "core/ShortcutURL.h"
+
+#include <QMetaObject>
+
+#include <atomic>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace pindle {
+namespace {
+
+// Up to this many missing targets are read on the calling thread: it takes a few milliseconds,
+// and a small folder's list is then there at once, as it always was.
+constexpr qsizetype mostReadInPlace = 256;
+
+} // namespace
+
+// One reading: filled in by the main thread before the worker starts, read by the main thread
+// only after the worker has ended (join), apart from the flag that asks the worker to stop.
+struct TargetReader::Job
+{
+    QList<QUrl> files;
+    std::vector<detail::ReadTarget> read;
+    std::atomic<bool> isCancelled = false;
+    bool isFinished = false;
+    std::thread worker;
+};
+
+TargetReader::TargetReader(QObject *context, std::function<void()> onRead)
+    : m_context(context), m_onRead(std::move(onRead))
+{}
+
+TargetReader::~TargetReader()
+{
+    if (m_job) {
+        m_job->isCancelled = true;
+        m_job->worker.join();
+        m_job->isFinished = true;
+    }
+}
+
+bool TargetReader::ensureTargets(const QList<IndexedFile> &files)
+{
+    if (m_job)
+        return false;
+    if (detail::cachedTargets(files) != nullptr)
+        return true;
+    auto job = std::make_shared<Job>();
+    for (const IndexedFile &file : files) {
+        if (!detail::isTargetCached(file.url))
+            job->files.append(file.url);
+    }
+    if (job->files.isEmpty())
+        return true;
+    if (job->files.size() <= mostReadInPlace) {
+        std::vector<detail::ReadTarget> read;
+        read.reserve(size_t(job->files.size()));
+        for (const QUrl &file : std::as_const(job->files))
+            read.push_back(detail::readTarget(file));
+        detail::markForgetting();
+        detail::storeReadTargets(job->files, read);
+        return true;
+    }
+    job->read.resize(size_t(job->files.size()));
+    detail::markForgetting();
+
+    // The context outlives the worker: the reader, which the context's owner holds, joins it
+    // when destroyed. The answer is posted; the reader may be gone by the time it comes.
+    QObject *context = m_context;
+    const auto work = [job, context, this] {
+        // Only const access to the job's list: nothing detaches it while the worker runs.
+        const QList<QUrl> &files = job->files;
+        for (qsizetype k = 0; k < files.size() && !job->isCancelled; ++k)
+            job->read[size_t(k)] = detail::readTarget(files.at(k));
+        if (job->isCancelled || context == nullptr)
+            return;
+        QMetaObject::invokeMethod(
+            context,
+            [job, this] {
+                if (!job->isFinished)
+                    finish(job);
+            },
+            Qt::QueuedConnection);
+    };
+    try {
+        job->worker = std::thread(work);
+    } catch (const std::system_error &) {
+        // No thread to be had: the targets are read here, holding the interface up.
+        work();
+        job->isFinished = true;
+        detail::storeReadTargets(job->files, job->read);
+        return true;
+    }
+    m_job = std::move(job);
+    return false;
+}
+
+void TargetReader::waitForReading()
+{
+    if (m_job)
+        finish(m_job);
+}
+
+void TargetReader::finish(std::shared_ptr<Job> job)
+{
+    job->worker.join();
+    job->isFinished = true;
+    if (m_job == job)
+        m_job.reset();
+    if (!job->isCancelled)
+        detail::storeReadTargets(job->files, job->read);
+    if (m_onRead)
+        m_onRead();
+}
+
+} // namespace pindle

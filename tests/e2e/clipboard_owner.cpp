@@ -1,0 +1,80 @@
+// A clipboard owner that misbehaves, for the end-to-end tests: it takes the CLIPBOARD selection,
+// says "owning", and then, asked for the text, either never answers ("silent") or announces a
+// transfer in parts and dies before sending any ("dying"). It says "asked" when a request comes.
+
+#include <xcb/xcb.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+xcb_atom_t intern(xcb_connection_t *c, const char *name)
+{
+    xcb_intern_atom_reply_t *reply = xcb_intern_atom_reply(
+        c, xcb_intern_atom(c, 0, static_cast<std::uint16_t>(std::strlen(name)), name), nullptr);
+    const xcb_atom_t atom = reply != nullptr ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
+    std::free(reply);
+    return atom;
+}
+
+void say(const char *line)
+{
+    std::printf("%s\n", line);
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const std::string_view mode = argc == 2 ? argv[1] : "";
+    if (mode != "silent" && mode != "dying") {
+        std::fprintf(stderr, "usage: clipboard_owner silent|dying\n");
+        return 2;
+    }
+    xcb_connection_t *c = xcb_connect(nullptr, nullptr);
+    if (xcb_connection_has_error(c) != 0)
+        return 1;
+    const xcb_screen_t *screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    const xcb_window_t window = xcb_generate_id(c);
+    xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0, 1, 1, 0,
+                      XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, 0, nullptr);
+    const xcb_atom_t clipboard = intern(c, "CLIPBOARD");
+    const xcb_atom_t incr = intern(c, "INCR");
+    xcb_set_selection_owner(c, window, clipboard, XCB_CURRENT_TIME);
+    xcb_get_selection_owner_reply_t *owner =
+        xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, clipboard), nullptr);
+    const bool owning = owner != nullptr && owner->owner == window;
+    std::free(owner);
+    if (!owning)
+        return 1;
+    say("owning");
+
+    while (xcb_generic_event_t *event = xcb_wait_for_event(c)) {
+        if ((event->response_type & 0x7f) == XCB_SELECTION_REQUEST) {
+            const auto *request = reinterpret_cast<xcb_selection_request_event_t *>(event);
+            say("asked");
+            if (mode == "dying") {
+                const std::uint32_t announcedSize = 1 << 20;
+                xcb_change_property(c, XCB_PROP_MODE_REPLACE, request->requestor, request->property,
+                                    incr, 32, 1, &announcedSize);
+                xcb_selection_notify_event_t notify{};
+                notify.response_type = XCB_SELECTION_NOTIFY;
+                notify.time = request->time;
+                notify.requestor = request->requestor;
+                notify.selection = request->selection;
+                notify.target = request->target;
+                notify.property = request->property;
+                xcb_send_event(c, 0, request->requestor, XCB_EVENT_MASK_NO_EVENT,
+                               reinterpret_cast<const char *>(&notify));
+                xcb_flush(c);
+                std::_Exit(0);
+            }
+        }
+        std::free(event);
+    }
+    return 0;
+}
