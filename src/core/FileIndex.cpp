@@ -71,6 +71,12 @@ QUrl fileUrl(const QString &path)
     return url;
 }
 
+// The URL of a listed name: made from its decoded path where that is exact, else from its bytes.
+QUrl urlOf(const QString &prefix, const QString &path, bool isExact, const char *name)
+{
+    return isExact ? fileUrl(path) : LocalPath::fileUrl(QFile::encodeName(prefix) + name);
+}
+
 struct DirectoryCloser
 {
     void operator()(DIR *listing) const { ::closedir(listing); }
@@ -220,8 +226,11 @@ QList<IndexedFile> scan()
     if (!changes.isComplete) {
         ShortcutURL::clearCaches();
     } else {
-        for (const std::string &name : changes.names)
-            detail::forgetFile(fileUrl(pathOf(prefix, name.c_str())));
+        for (const std::string &name : changes.names) {
+            bool isExact = true;
+            const QString path = pathOf(prefix, name.c_str(), isExact);
+            detail::forgetFile(urlOf(prefix, path, isExact, name.c_str()));
+        }
         detail::forgetUnwatchedFiles();
         if (changes.names.empty() && watched.isListed && watched.isSettled)
             return watched.files;
@@ -290,8 +299,7 @@ QList<IndexedFile> scan()
         const QString path = pathOf(prefix, entry->d_name, isExact);
         QString displayName = displayNameOf(QStringView(path).sliced(prefix.size()));
         const size_t keySize = Collation::appendSortKey(displayName, keys);
-        QUrl url =
-            isExact ? fileUrl(path) : LocalPath::fileUrl(QFile::encodeName(prefix) + entry->d_name);
+        QUrl url = urlOf(prefix, path, isExact, entry->d_name);
         listed.push_back({{std::move(url), std::move(displayName)}, true, keyAt, keySize});
     }
 
