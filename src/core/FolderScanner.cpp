@@ -19,9 +19,8 @@ struct FolderScanner::Job
 };
 
 FolderScanner::FolderScanner(QObject *context,
-                             std::function<void(const QList<IndexedFile> &)> onScanned,
-                             qint64 mostBytesInPlace)
-    : m_context(context), m_onScanned(std::move(onScanned)), m_mostBytesInPlace(mostBytesInPlace)
+                             std::function<void(const QList<IndexedFile> &)> onScanned)
+    : m_context(context), m_onScanned(std::move(onScanned))
 {}
 
 FolderScanner::~FolderScanner()

@@ -26,8 +26,7 @@ public:
 
     // context: an object of the main thread that outlives the scanner; onScanned runs there
     // with the list when a scan made on the worker ends.
-    FolderScanner(QObject *context, std::function<void(const QList<IndexedFile> &)> onScanned,
-                  qint64 mostBytesInPlace = mostBytesListedInPlace);
+    FolderScanner(QObject *context, std::function<void(const QList<IndexedFile> &)> onScanned);
     ~FolderScanner();
     FolderScanner(const FolderScanner &) = delete;
     FolderScanner &operator=(const FolderScanner &) = delete;
@@ -36,6 +35,8 @@ public:
     // under way, if any, is given up) and returns nothing: onScanned brings the list.
     std::optional<QList<IndexedFile>> scan();
     bool isScanning() const { return m_job != nullptr; }
+    // Tests list small folders on the worker too.
+    void setMostBytesInPlace(qint64 bytes) { m_mostBytesInPlace = bytes; }
     // Waits for the scan under way, if any, and hands its list over. For tests.
     void waitForScan();
 
@@ -48,7 +49,7 @@ private:
 
     QPointer<QObject> m_context;
     std::function<void(const QList<IndexedFile> &)> m_onScanned;
-    qint64 m_mostBytesInPlace;
+    qint64 m_mostBytesInPlace = mostBytesListedInPlace;
     std::shared_ptr<Job> m_job;
 };
 

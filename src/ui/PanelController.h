@@ -84,6 +84,8 @@ public:
     bool isAwaitingFiles() const { return m_isAwaitingFiles; }
     // Waits for the scan under way and shows the list it makes. For tests.
     void waitForFiles() { m_scanner.waitForScan(); }
+    // Tests scan small folders beside the interface too.
+    void setMostBytesScannedInPlace(qint64 bytes) { m_scanner.setMostBytesInPlace(bytes); }
 
     virtual void show();
     virtual void hide(bool restoringFocus);
