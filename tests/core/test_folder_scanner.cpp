@@ -109,12 +109,12 @@ TEST_F(BackgroundScan, SeesAChangeMadeWhileListingAtTheNextScan)
     scanner.waitForScan();
 
     const QList<IndexedFile> after = listed();
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://new.example/"_qs);
     const QStringList names = namesOf(after);
     EXPECT_EQ(names, namesOf(scannedFromNothing()));
     EXPECT_EQ(after.size(), before.size() + 1);
     EXPECT_TRUE(names.filter(u"added <"_qs).size() == 1);
     EXPECT_TRUE(names.filter(u"removed <"_qs).isEmpty());
-    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://new.example/"_qs);
 }
 
 } // namespace

@@ -328,9 +328,13 @@ TEST_F(LauncherScanning, EscapeDropsTheKeysHeldAndTheListStillComes)
     key(Qt::Key_Return);
     key(Qt::Key_Escape);
     EXPECT_TRUE(field()->text().isEmpty());
+    type(QStringLiteral("docs"));
     launcher->waitForFiles();
     EXPECT_TRUE(fakes.workspace->opened.isEmpty());
     EXPECT_TRUE(launcher->isVisible());
+    EXPECT_EQ(field()->text(), QStringLiteral("docs"));
+
+    key(Qt::Key_Escape);
 
     type(QStringLiteral("newsl"));
     key(Qt::Key_Return);
