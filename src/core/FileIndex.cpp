@@ -31,6 +31,9 @@ using namespace Qt::StringLiterals;
 namespace pindle::FileIndex {
 namespace {
 
+// A scan given up while it prepares names notices within this many of them.
+constexpr size_t givenUpCheckInterval = 1024;
+
 // Shortcut files are shown without these extensions (compared lower-cased).
 constexpr QLatin1StringView strippedExtensions[] = {"webloc"_L1, "url"_L1, "inetloc"_L1};
 
@@ -298,14 +301,18 @@ void listFolder(FolderListing &listing, const std::atomic<bool> *isCancelled)
     listed.reserve(std::max<size_t>(256, before.size()));
     std::string keys;
     keys.reserve(8192);
+    // A scan given up leaves the last scan's records to the one that follows.
+    const auto isGivenUp = [&] {
+        if (isCancelled == nullptr || !*isCancelled)
+            return false;
+        const std::lock_guard lock(previousScanMutex);
+        if (previousScan().size() == 0)
+            previousScan() = std::move(before);
+        return true;
+    };
     for (;;) {
-        if (isCancelled != nullptr && *isCancelled) {
-            // The records already made are kept for the scan that follows.
-            const std::lock_guard lock(previousScanMutex);
-            if (previousScan().size() == 0)
-                previousScan() = std::move(before);
+        if (isGivenUp())
             return;
-        }
         errno = 0;
         const dirent *entry = ::readdir(listingHandle.get());
         if (entry == nullptr) {
@@ -366,6 +373,8 @@ void listFolder(FolderListing &listing, const std::atomic<bool> *isCancelled)
     // that it is at hand when it is prepared.
     constexpr size_t lookAhead = 8;
     for (size_t i = 0; i < order.size(); ++i) {
+        if (i % givenUpCheckInterval == 0 && isGivenUp())
+            return;
         if (i + lookAhead < order.size())
             __builtin_prefetch(listed[order[i + lookAhead].index].record.displayName.constData());
         Listed &entry = listed[order[i].index];
