@@ -13,7 +13,16 @@ bench_build() {
     fi
 }
 
-X
+# bench_shortcuts FOLDER SHARED_URL [COUNT [PREFIX]]: COUNT (10,000) shortcuts with varied names,
+# each starting with PREFIX; three point at SHARED_URL, the address the creator is opened with.
+bench_shortcuts() {
+    local words=(alpha budget cloud docs editor forum gallery health issues journal kernel library
+        market news office photos quarterly recipes search travel update video weather xkcd)
+    local count=${3:-10000} prefix=${4:-}
+    local i name url
+    mkdir -p "$1"
+    for ((i = 0; i < count; i++)); do
+        name="$prefix${words[i % 24]} ${words[(i / 24) % 24]} $i"
         url="https://site$i.example.org/${words[(i / 7) % 24]}"
         [ "$i" -lt 3 ] && url=$2
         printf '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict><key>URL</key><string>%s</string></dict></plist>\n' \

@@ -12,6 +12,7 @@
 #include <QStringDecoder>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
@@ -29,6 +30,9 @@ using namespace Qt::StringLiterals;
 
 namespace pindle::FileIndex {
 namespace {
+
+// A scan given up while it prepares names notices within this many of them.
+constexpr size_t givenUpCheckInterval = 1024;
 
 // Shortcut files are shown without these extensions (compared lower-cased).
 constexpr QLatin1StringView strippedExtensions[] = {"webloc"_L1, "url"_L1, "inetloc"_L1};
@@ -164,9 +168,12 @@ struct WatchedFolder
     // False when the folder holds links (or entries of unknown type): what they point at may
     // change, and a regular file become a folder or back, with no event on this folder.
     bool isSettled = false;
+    // Counts the scans started, so that one that ends after a later one began leaves the
+    // later one's list in place.
+    quint64 generation = 0;
 };
 
-// Held for the length of a scan.
+// Held for the main-thread steps of a scan and for each use of the watch, never for a listing.
 std::mutex watchedFolderMutex;
 
 WatchedFolder &watchedFolder()
@@ -198,6 +205,12 @@ quint64 bigEndianAt(std::string_view key, size_t from)
     return value;
 }
 
+QString folderPrefix()
+{
+    const QString folderPath = directory().toLocalFile();
+    return folderPath.endsWith(u'/') ? folderPath : folderPath + u'/';
+}
+
 } // namespace
 
 const QUrl &directory()
@@ -214,12 +227,12 @@ bool directoryExists()
            S_ISDIR(info.st_mode);
 }
 
-QList<IndexedFile> scan()
+bool startScan(FolderListing &listing)
 {
     const std::lock_guard watchLock(watchedFolderMutex);
     WatchedFolder &watched = watchedFolder();
-    const QString folderPath = directory().toLocalFile();
-    const QString prefix = folderPath.endsWith(u'/') ? folderPath : folderPath + u'/';
+    listing.generation = ++watched.generation;
+    const QString prefix = folderPrefix();
 
     // The events queued so far tell of every change made before this moment.
     const detail::FolderChanges changes = watched.watch.takeChanges();
@@ -232,31 +245,51 @@ QList<IndexedFile> scan()
             detail::forgetFile(urlOf(prefix, path, isExact, name.c_str()));
         }
         detail::forgetUnwatchedFiles();
-        if (changes.names.empty() && watched.isListed && watched.isSettled)
-            return watched.files;
+        if (changes.names.empty() && watched.isListed && watched.isSettled) {
+            listing.files = watched.files;
+            listing.isListed = true;
+            listing.isSettled = true;
+            return true;
+        }
     }
     detail::forgetSearchedList();
     watched.files = {};
     watched.isListed = false;
+    return false;
+}
+
+void listFolder(FolderListing &listing, const std::atomic<bool> *isCancelled)
+{
+    listing.files = {};
+    listing.isListed = false;
+    const QString folderPath = directory().toLocalFile();
+    const QString prefix = folderPrefix();
+    const auto stopWatching = [] {
+        const std::lock_guard watchLock(watchedFolderMutex);
+        watchedFolder().watch.stop();
+    };
 
     const QByteArray encodedPath = QFile::encodeName(folderPath);
     const int fd = ::open(encodedPath.constData(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
-        watched.watch.stop();
-        return {};
+        stopWatching();
+        return;
     }
-    const std::unique_ptr<DIR, DirectoryCloser> listing(::fdopendir(fd));
-    if (!listing) {
+    const std::unique_ptr<DIR, DirectoryCloser> listingHandle(::fdopendir(fd));
+    if (!listingHandle) {
         ::close(fd);
-        watched.watch.stop();
-        return {};
+        stopWatching();
+        return;
     }
     // Set before the listing, so that a change made while it runs is seen at the next scan.
-    watched.watch.watch(fd, encodedPath);
+    {
+        const std::lock_guard watchLock(watchedFolderMutex);
+        watchedFolder().watch.watch(fd, encodedPath);
+    }
     bool isSettled = true;
 
-    // Taken out for the length of the scan, so that scans on other threads start afresh rather
-    // than wait.
+    // Taken out for the length of the listing, so that scans on other threads start afresh
+    // rather than wait.
     PreviousScan before;
     {
         const std::lock_guard lock(previousScanMutex);
@@ -268,13 +301,24 @@ QList<IndexedFile> scan()
     listed.reserve(std::max<size_t>(256, before.size()));
     std::string keys;
     keys.reserve(8192);
+    // A scan given up leaves the last scan's records to the one that follows.
+    const auto isGivenUp = [&] {
+        if (isCancelled == nullptr || !*isCancelled)
+            return false;
+        const std::lock_guard lock(previousScanMutex);
+        if (previousScan().size() == 0)
+            previousScan() = std::move(before);
+        return true;
+    };
     for (;;) {
+        if (isGivenUp())
+            return;
         errno = 0;
-        const dirent *entry = ::readdir(listing.get());
+        const dirent *entry = ::readdir(listingHandle.get());
         if (entry == nullptr) {
             if (errno != 0) {
-                watched.watch.stop();
-                return {};
+                stopWatching();
+                return;
             }
             break;
         }
@@ -283,7 +327,7 @@ QList<IndexedFile> scan()
             continue;
         if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN)
             isSettled = false;
-        if (!isRegularFile(::dirfd(listing.get()), *entry))
+        if (!isRegularFile(::dirfd(listingHandle.get()), *entry))
             continue;
         const std::string_view name(entry->d_name);
         now.addName(name);
@@ -329,6 +373,8 @@ QList<IndexedFile> scan()
     // that it is at hand when it is prepared.
     constexpr size_t lookAhead = 8;
     for (size_t i = 0; i < order.size(); ++i) {
+        if (i % givenUpCheckInterval == 0 && isGivenUp())
+            return;
         if (i + lookAhead < order.size())
             __builtin_prefetch(listed[order[i + lookAhead].index].record.displayName.constData());
         Listed &entry = listed[order[i].index];
@@ -348,10 +394,39 @@ QList<IndexedFile> scan()
         const std::lock_guard lock(previousScanMutex);
         previousScan() = std::move(now);
     }
-    watched.files = files;
-    watched.isListed = true;
-    watched.isSettled = isSettled;
-    return files;
+    listing.files = std::move(files);
+    listing.isListed = true;
+    listing.isSettled = isSettled;
+}
+
+QList<IndexedFile> finishScan(FolderListing &&listing)
+{
+    const std::lock_guard watchLock(watchedFolderMutex);
+    WatchedFolder &watched = watchedFolder();
+    // A scan started since has taken the changes this one may have missed: its list is the
+    // one to keep.
+    if (listing.isListed && listing.generation == watched.generation) {
+        watched.files = listing.files;
+        watched.isListed = true;
+        watched.isSettled = listing.isSettled;
+    }
+    return std::move(listing.files);
+}
+
+QList<IndexedFile> scan()
+{
+    FolderListing listing;
+    if (startScan(listing))
+        return std::move(listing.files);
+    listFolder(listing, nullptr);
+    return finishScan(std::move(listing));
+}
+
+bool isLarge(qint64 mostBytes)
+{
+    struct stat info = {};
+    return ::stat(QFile::encodeName(directory().toLocalFile()).constData(), &info) == 0 &&
+           S_ISDIR(info.st_mode) && info.st_size > mostBytes;
 }
 
 } // namespace pindle::FileIndex

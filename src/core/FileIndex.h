@@ -4,6 +4,7 @@
 #include <QString>
 #include <QUrl>
 
+#include <atomic>
 #include <memory>
 
 namespace pindle {
@@ -37,6 +38,26 @@ const QUrl &directory();
 bool directoryExists();
 // The folder's regular, non-hidden files in the file browser's order; empty when it can't be read.
 QList<IndexedFile> scan();
+
+// scan() in three steps, for callers that list a large folder beside the interface: startScan()
+// and finishScan() on the main thread, listFolder() between them on any thread.
+struct FolderListing
+{
+    QList<IndexedFile> files;
+    // False when the folder could not be read.
+    bool isListed = false;
+    bool isSettled = false;
+    quint64 generation = 0;
+};
+// Takes the changes the folder watch saw and forgets what they touched. True when the last list
+// still holds: it is in listing.files, and the scan is done.
+bool startScan(FolderListing &listing);
+// Lists and sorts the folder, unless isCancelled (if given) turns true meanwhile.
+void listFolder(FolderListing &listing, const std::atomic<bool> *isCancelled);
+// Keeps the listing for the next scan to compare with, and gives its files.
+QList<IndexedFile> finishScan(FolderListing &&listing);
+// Whether the folder takes more than mostBytes on disk: listing it would be felt.
+bool isLarge(qint64 mostBytes);
 QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, qsizetype limit);
 QList<ScoredFile> matching(const QString &url, const QList<IndexedFile> &files, qsizetype limit);
 

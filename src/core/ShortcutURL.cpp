@@ -265,16 +265,25 @@ void markForgetting()
 
 void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read)
 {
+    storeReadTargets(files, read, 0, files.size());
+}
+
+void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read, qsizetype from,
+                      qsizetype to)
+{
     auto &cache = ShortcutURL::caches();
-    const QSet<QUrl> forgotten = std::exchange(cache.forgottenSinceMark, {});
-    cache.isMarking = false;
-    if (cache.isClearedSinceMark)
-        return;
-    cache.targets.reserve(cache.targets.size() + files.size());
-    for (qsizetype k = 0; k < files.size(); ++k) {
-        const QUrl &file = files[k];
-        if (!forgotten.contains(file) && !cache.targets.contains(file))
-            ShortcutURL::store(file, std::move(read[size_t(k)]));
+    if (!cache.isClearedSinceMark) {
+        if (from == 0)
+            cache.targets.reserve(cache.targets.size() + files.size());
+        for (qsizetype k = from; k < to; ++k) {
+            const QUrl &file = files[k];
+            if (!cache.forgottenSinceMark.contains(file) && !cache.targets.contains(file))
+                ShortcutURL::store(file, std::move(read[size_t(k)]));
+        }
+    }
+    if (to >= files.size()) {
+        cache.forgottenSinceMark.clear();
+        cache.isMarking = false;
     }
 }
 

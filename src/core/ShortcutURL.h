@@ -46,5 +46,9 @@ void markForgetting();
 // Caches the targets read beside the interface since markForgetting(), but none forgotten
 // since then; none at all when the caches were cleared meanwhile.
 void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read);
+// The same for files[from, to) alone, so that a long list can be stored a slice at a time; the
+// recording goes on until the slice that reaches the end of the list is stored.
+void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read, qsizetype from,
+                      qsizetype to);
 
 } // namespace pindle::detail

@@ -3,7 +3,9 @@
 #include "core/ShortcutURL.h"
 
 #include <QMetaObject>
+#include <QTimer>
 
+#include <algorithm>
 #include <atomic>
 #include <system_error>
 #include <thread>
@@ -16,6 +18,9 @@ namespace {
 // Up to this many missing targets are read on the calling thread: it takes a few milliseconds,
 // and a small folder's list is then there at once, as it always was.
 constexpr qsizetype mostReadInPlace = 256;
+// The answers are stored this many to an event loop turn, so that a large folder's do not hold
+// the interface up in one go.
+constexpr qsizetype mostStoredPerTurn = 4096;
 
 } // namespace
 
@@ -27,6 +32,8 @@ struct TargetReader::Job
     std::vector<detail::ReadTarget> read;
     std::atomic<bool> isCancelled = false;
     bool isFinished = false;
+    // How many answers the main thread has stored so far.
+    qsizetype stored = 0;
     std::thread worker;
 };
 
@@ -36,7 +43,7 @@ TargetReader::TargetReader(QObject *context, std::function<void()> onRead)
 
 TargetReader::~TargetReader()
 {
-    if (m_job) {
+    if (m_job && !m_job->isFinished) {
         m_job->isCancelled = true;
         m_job->worker.join();
         m_job->isFinished = true;
@@ -82,7 +89,7 @@ bool TargetReader::ensureTargets(const QList<IndexedFile> &files)
             context,
             [job, this] {
                 if (!job->isFinished)
-                    finish(job);
+                    finish(job, false);
             },
             Qt::QueuedConnection);
     };
@@ -102,17 +109,33 @@ bool TargetReader::ensureTargets(const QList<IndexedFile> &files)
 void TargetReader::waitForReading()
 {
     if (m_job)
-        finish(m_job);
+        finish(m_job, true);
 }
 
-void TargetReader::finish(std::shared_ptr<Job> job)
+void TargetReader::finish(std::shared_ptr<Job> job, bool inOneGo)
 {
-    job->worker.join();
-    job->isFinished = true;
+    if (!job->isFinished) {
+        job->worker.join();
+        job->isFinished = true;
+    }
+    if (!job->isCancelled) {
+        const qsizetype count = job->files.size();
+        const qsizetype end =
+            inOneGo || !m_context ? count : std::min(count, job->stored + mostStoredPerTurn);
+        detail::storeReadTargets(job->files, job->read, job->stored, end);
+        job->stored = end;
+        if (end < count) {
+            // The job stays the reader's meanwhile, so that no other reading starts and
+            // forgetting is recorded until the last slice is in.
+            QTimer::singleShot(0, m_context.data(), [job, this] {
+                if (m_job == job)
+                    finish(job, false);
+            });
+            return;
+        }
+    }
     if (m_job == job)
         m_job.reset();
-    if (!job->isCancelled)
-        detail::storeReadTargets(job->files, job->read);
     if (m_onRead)
         m_onRead();
 }

@@ -32,14 +32,15 @@ public:
     // unless a reading is already under way (onRead then asks again), and returns false.
     bool ensureTargets(const QList<IndexedFile> &files);
     bool isReading() const { return m_job != nullptr; }
-    // Waits for the reading under way, if any, and stores what it read. For tests.
+    // Waits for the reading under way, if any, and stores all it read. For tests.
     void waitForReading();
 
     struct Job;
 
 private:
+    // Stores the answers, a slice per event loop turn unless inOneGo, then tells the owner.
     // By value: it drops m_job.
-    void finish(std::shared_ptr<Job> job);
+    void finish(std::shared_ptr<Job> job, bool inOneGo);
 
     QPointer<QObject> m_context;
     std::function<void()> m_onRead;

@@ -5,14 +5,10 @@
 #include "core/Text.h"
 #include "platform/Platform.h"
 
-#include <QCoreApplication>
 #include <QFont>
 #include <QPalette>
-#include <QScopedValueRollback>
 #include <QTimer>
 #include <QVBoxLayout>
-
-#include <iterator>
 
 namespace pindle::ui {
 namespace {
@@ -31,10 +27,8 @@ CreatorController::CreatorController(QWidget *header, double headerHeight)
     // The targets are read once the event loop runs, so that a large folder's list is at hand
     // by the first showing; later showings reread only what changed.
     QTimer::singleShot(0, this, [this] {
-        if (!isVisible()) {
-            rescanFiles();
+        if (!isVisible() && rescanFiles())
             m_targets.ensureTargets(files);
-        }
     });
 }
 
@@ -50,7 +44,6 @@ CommandField *CreatorController::makeField(const QString &placeholder, int fontP
     field->setPalette(palette);
     field->setPlaceholderText(placeholder);
     attachField(field);
-    field->installEventFilter(this);
     return field;
 }
 
@@ -95,7 +88,6 @@ void CreatorController::setURL(const QString &url)
 void CreatorController::hide(bool restoringFocus)
 {
     PanelController::hide(restoringFocus);
-    dropHeldKeys();
     m_isAwaitingTargets = false;
     m_nameField->clear();
     m_urlField->clear();
@@ -113,7 +105,7 @@ void CreatorController::updateResults()
 {
     const QString name = Text::trimmedWhitespace(m_nameField->text());
     m_isAwaitingTargets = false;
-    if (!FileIndex::directoryExists()) {
+    if (!FileIndex::directoryExists() || isAwaitingFiles()) {
         results.clear();
     } else if (!name.isEmpty()) {
         results = FileIndex::search(name, files, resultLimit);
@@ -135,45 +127,21 @@ void CreatorController::targetsRead()
         return;
     // Asks again: the list may have been rescanned while the reading ran.
     updateResults();
-    if (m_isAwaitingTargets)
-        return;
-    // The keys held back go to their fields in order, as they would have had the list been
-    // there, unless one of them brings the wait back.
-    const QScopedValueRollback replaying(m_isReplaying, true);
-    std::vector<HeldKey> held = std::exchange(m_heldKeys, {});
-    for (auto key = held.begin(); key != held.end(); ++key) {
-        if (m_isAwaitingTargets) {
-            m_heldKeys.assign(std::make_move_iterator(key), std::make_move_iterator(held.end()));
-            return;
-        }
-        if (key->receiver && isVisible())
-            QCoreApplication::sendEvent(key->receiver, key->event.get());
-    }
+    replayHeldKeys();
 }
 
-void CreatorController::dropHeldKeys()
+void CreatorController::filesScanned()
 {
-    m_heldKeys.clear();
+    // A list scanned while the panel is hidden has its targets read before the next showing.
+    if (!isVisible())
+        m_targets.ensureTargets(files);
+    else
+        PanelController::filesScanned();
 }
 
-// While the list waits for its targets, Up and Down, which act on it, are held back, and so is
-// every key after them, so that the keys act in the order typed once the list is there. Keys
-// that act on the fields alone (a typed name) go through, and Escape gives up the keys held.
-bool CreatorController::eventFilter(QObject *watched, QEvent *event)
+bool CreatorController::isAwaitingList() const
 {
-    if (event->type() != QEvent::KeyPress || m_isReplaying || !watched->isWidgetType())
-        return false;
-    auto *key = static_cast<QKeyEvent *>(event);
-    if (key->key() == Qt::Key_Escape) {
-        dropHeldKeys();
-        return false;
-    }
-    const bool movesSelection = key->key() == Qt::Key_Up || key->key() == Qt::Key_Down;
-    if (m_heldKeys.empty() && !(m_isAwaitingTargets && movesSelection))
-        return false;
-    m_heldKeys.push_back({static_cast<QWidget *>(watched),
-                          std::unique_ptr<QKeyEvent>(static_cast<QKeyEvent *>(key->clone()))});
-    return true;
+    return PanelController::isAwaitingList() || m_isAwaitingTargets;
 }
 
 void CreatorController::adoptName(qsizetype index)

@@ -8,12 +8,6 @@
 #include "ui/CommandField.h"
 #include "ui/PanelController.h"
 
-#include <QKeyEvent>
-#include <QPointer>
-
-#include <memory>
-#include <vector>
-
 namespace pindle::ui {
 
 class CreatorController : public PanelController
@@ -43,20 +37,13 @@ public:
     void waitForTargets() { m_targets.waitForReading(); }
 
 protected:
-    bool eventFilter(QObject *watched, QEvent *event) override;
+    void filesScanned() override;
+    bool isAwaitingList() const override;
 
 private:
     using PanelController::show;
 
-    // Key presses held back while the list waits for its targets, with the field they were for.
-    struct HeldKey
-    {
-        QPointer<QWidget> receiver;
-        std::unique_ptr<QKeyEvent> event;
-    };
-
     void targetsRead();
-    void dropHeldKeys();
 
     CommandField *makeField(const QString &placeholder, int fontPixels, const QColor &color);
     void adoptName(qsizetype index);
@@ -68,8 +55,6 @@ private:
     // Threads: the reader's worker only reads files; everything here is the main thread's.
     TargetReader m_targets;
     bool m_isAwaitingTargets = false;
-    std::vector<HeldKey> m_heldKeys;
-    bool m_isReplaying = false;
 };
 
 } // namespace pindle::ui

@@ -90,6 +90,10 @@ void LauncherController::updateResults()
         renderRows(QDir::cleanPath(FileIndex::directory().toLocalFile()) +
                    QStringLiteral(" not found"));
         return;
+    } else if (isAwaitingFiles()) {
+        // No rows until the list is in; the query is applied to it then.
+        results.clear();
+        selectedIndex = -1;
     } else {
         results = FileIndex::search(query, files, resultLimit);
         selectedIndex = results.isEmpty() ? -1 : 0;
@@ -105,6 +109,19 @@ bool LauncherController::handleKeyEquivalent(QKeyEvent *event)
         return false;
     copyURL(selectedIndex);
     return true;
+}
+
+bool LauncherController::actsOnList(const QKeyEvent *event) const
+{
+    switch (event->key()) {
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        return true;
+    case Qt::Key_Delete:
+        return event->modifiers().testFlag(Qt::ControlModifier);
+    default:
+        return isCopyChord(event) || PanelController::actsOnList(event);
+    }
 }
 
 void LauncherController::open(qsizetype index)

@@ -27,6 +27,9 @@ public:
     void updateResults() override;
     bool handleKeyEquivalent(QKeyEvent *event) override;
 
+protected:
+    bool actsOnList(const QKeyEvent *event) const override;
+
 private:
     void open(qsizetype index);
     void copyURL(qsizetype index);

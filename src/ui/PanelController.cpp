@@ -6,6 +6,7 @@
 #include "ui/ResultRowView.h"
 
 #include <QApplication>
+#include <QCoreApplication>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QKeyEvent>
@@ -19,6 +20,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <utility>
 
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -210,6 +213,11 @@ void KeyablePanel::resizeEvent(QResizeEvent *event)
 // ---- PanelController
 
 PanelController::PanelController(QWidget *header, double headerHeight)
+    : m_scanner(this, [this](const QList<IndexedFile> &scanned) {
+          files = scanned;
+          m_isAwaitingFiles = false;
+          filesScanned();
+      })
 {
     m_separator = new SeparatorLine;
     m_resultsStack = new QWidget;
@@ -280,6 +288,7 @@ void PanelController::hide(bool restoringFocus)
         const QScopedValueRollback orderingOut(m_isOrderingOut, true);
         m_panel->hide();
     }
+    dropHeldKeys();
     if (restoringFocus)
         FocusRestore::restore();
 #ifdef __GLIBC__
@@ -293,12 +302,67 @@ void PanelController::hide(bool restoringFocus)
 #endif
 }
 
-void PanelController::rescanFiles()
+bool PanelController::rescanFiles()
 {
     // The old list goes first, so a rescan of a large folder never holds two lists at once.
     files.clear();
     m_icons.clear();
-    files = FileIndex::scan();
+    std::optional<QList<IndexedFile>> scanned = m_scanner.scan();
+    m_isAwaitingFiles = !scanned;
+    if (scanned)
+        files = std::move(*scanned);
+    return !m_isAwaitingFiles;
+}
+
+void PanelController::filesScanned()
+{
+    if (!isVisible())
+        return;
+    updateResults();
+    replayHeldKeys();
+}
+
+bool PanelController::actsOnList(const QKeyEvent *event) const
+{
+    return event->key() == Qt::Key_Up || event->key() == Qt::Key_Down;
+}
+
+void PanelController::replayHeldKeys()
+{
+    const QScopedValueRollback replaying(m_isReplaying, true);
+    std::vector<HeldKey> held = std::exchange(m_heldKeys, {});
+    for (auto key = held.begin(); key != held.end(); ++key) {
+        if (isAwaitingList()) {
+            m_heldKeys.assign(std::make_move_iterator(key), std::make_move_iterator(held.end()));
+            return;
+        }
+        if (key->receiver && isVisible())
+            QCoreApplication::sendEvent(key->receiver, key->event.get());
+    }
+}
+
+void PanelController::dropHeldKeys()
+{
+    m_heldKeys.clear();
+}
+
+// While there is no list, the keys that act on it are held back, and so is every key after
+// them, so that the keys act in the order typed once the list is there. Keys that act on the
+// fields alone (typed text) go through, and Escape gives up the keys held.
+bool PanelController::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() != QEvent::KeyPress || m_isReplaying || !watched->isWidgetType())
+        return false;
+    auto *key = static_cast<QKeyEvent *>(event);
+    if (key->key() == Qt::Key_Escape) {
+        dropHeldKeys();
+        return false;
+    }
+    if (m_heldKeys.empty() && !(isAwaitingList() && actsOnList(key)))
+        return false;
+    m_heldKeys.push_back({static_cast<QWidget *>(watched),
+                          std::unique_ptr<QKeyEvent>(static_cast<QKeyEvent *>(key->clone()))});
+    return true;
 }
 
 void PanelController::attachField(CommandField *field)
@@ -307,6 +371,7 @@ void PanelController::attachField(CommandField *field)
     field->onCommand = [self = QPointer(this)](CommandField *edited, TextCommand command) {
         return self && self->doCommand(edited, command);
     };
+    field->installEventFilter(this);
 }
 
 bool PanelController::doCommand(CommandField *, TextCommand)

@@ -5,6 +5,7 @@
 // the selected shortcut to the Trash.
 
 #include "core/FileIndex.h"
+#include "core/FolderScanner.h"
 #include "platform/Platform.h"
 #include "ui/CommandField.h"
 
@@ -17,7 +18,9 @@
 #include <QWidget>
 
 #include <functional>
+#include <memory>
 #include <optional>
+#include <vector>
 
 class QFrame;
 class QKeyEvent;
@@ -77,6 +80,12 @@ public:
     bool isVisible() const;
     // True while the deletion confirmation is open.
     bool isConfirming() const { return m_isConfirming; }
+    // True while the folder is being scanned beside the interface; the list comes after.
+    bool isAwaitingFiles() const { return m_isAwaitingFiles; }
+    // Waits for the scan under way and shows the list it makes. For tests.
+    void waitForFiles() { m_scanner.waitForScan(); }
+    // Tests scan small folders beside the interface too.
+    void setMostBytesScannedInPlace(qint64 bytes) { m_scanner.setMostBytesInPlace(bytes); }
 
     virtual void show();
     virtual void hide(bool restoringFocus);
@@ -97,8 +106,21 @@ public:
     void confirmDeleteSelection(QWidget *focusAfter);
 
 protected:
-    // Replaces the file list with a fresh scan of the folder, as every showing starts.
-    void rescanFiles();
+    // Replaces the file list with a fresh scan of the folder, as every showing starts. False
+    // when a large folder is being scanned beside the interface: filesScanned() then brings it.
+    bool rescanFiles();
+    // The list of a scan made beside the interface is in: by default the results follow it
+    // and the keys held meanwhile act on them.
+    virtual void filesScanned();
+    // True while there is no list for keys to act on.
+    virtual bool isAwaitingList() const { return m_isAwaitingFiles; }
+    // Whether a key acts on the list, and so waits for it (and every key after it with it).
+    virtual bool actsOnList(const QKeyEvent *event) const;
+    // Sends the keys held back to their fields in order, as they would have gone had the list
+    // been there, until one of them brings the wait back.
+    void replayHeldKeys();
+    void dropHeldKeys();
+    bool eventFilter(QObject *watched, QEvent *event) override;
     // Hooks a mode's field up to it: user edits update the results and the field's commands go
     // to doCommand.
     void attachField(CommandField *field);
@@ -114,6 +136,13 @@ protected:
     bool handleListCommand(QWidget *field, TextCommand command, bool allowNoSelection);
 
 private:
+    // Key presses held back while there is no list, with the field they were for.
+    struct HeldKey
+    {
+        QPointer<QWidget> receiver;
+        std::unique_ptr<QKeyEvent> event;
+    };
+
     // Nothing when the platform knows no screen at all.
     std::optional<platform::Screen> screenUnderMouse() const;
     void resizeWindow(qsizetype rowCount, bool hasContent);
@@ -132,6 +161,11 @@ private:
     double m_headerHeight = 0;
     bool m_isConfirming = false;
     bool m_isOrderingOut = false;
+    // Threads: the scanner's worker only lists the folder; everything here is the main thread's.
+    FolderScanner m_scanner;
+    bool m_isAwaitingFiles = false;
+    std::vector<HeldKey> m_heldKeys;
+    bool m_isReplaying = false;
 };
 
 } // namespace pindle::ui

@@ -150,4 +150,23 @@ TEST(ScanChanges, LeavesOutATargetReadBeforeItsFileChanged)
     EXPECT_FALSE(detail::isTargetCached(url));
 }
 
+// Stored a slice at a time: a change seen between two slices still keeps its file's old answer
+// out.
+TEST(ScanChanges, LeavesOutATargetThatChangedBetweenTwoSlicesOfAnswers)
+{
+    writeWebloc(u"first"_qs, u"https://first/"_qs);
+    const QString second = writeWebloc(u"second"_qs, u"https://old/"_qs);
+    const QList<QUrl> urls = {FileIndex::scan()[0].url, FileIndex::scan()[1].url};
+
+    detail::markForgetting();
+    std::vector<detail::ReadTarget> read = {detail::readTarget(urls[0]),
+                                            detail::readTarget(urls[1])};
+    detail::storeReadTargets(urls, read, 0, 1);
+    rewriteInPlace(second, u"https://new/"_qs);
+    (void)FileIndex::scan();
+    detail::storeReadTargets(urls, read, 1, 2);
+    EXPECT_EQ(ShortcutURL::target(urls[0]), u"https://first/"_qs);
+    EXPECT_EQ(ShortcutURL::target(urls[1]), u"https://new/"_qs);
+}
+
 } // namespace

@@ -343,3 +343,20 @@ TEST_F(CreatorLargeFolder, KeysTypedWhileWaitingActOnceTheListIsThere)
     EXPECT_FALSE(creator->isAwaitingTargets());
     EXPECT_EQ(listedNames(), QStringList{QStringLiteral("Other")});
 }
+
+TEST_F(CreatorLargeFolder, KeysWaitForTheScanAndThenForTheTargets)
+{
+    creator->setMostBytesScannedInPlace(0);
+    writeWebloc(QStringLiteral("Example Fourth"), sharedURL);
+    ShortcutURL::clearCaches();
+    open();
+    ASSERT_TRUE(creator->isAwaitingFiles());
+    key(name(), Qt::Key_Down);
+    key(name(), Qt::Key_Return);
+    creator->waitForFiles();
+    ASSERT_TRUE(creator->isAwaitingTargets());
+    EXPECT_TRUE(name()->text().isEmpty());
+    creator->waitForTargets();
+    EXPECT_EQ(name()->text(), directMatches().first());
+    EXPECT_EQ(listedNames().size(), 1);
+}

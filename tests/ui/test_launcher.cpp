@@ -3,6 +3,7 @@
 #include "test_launcher_support.h"
 
 #include "core/FileIndex.h"
+#include "core/ShortcutURL.h"
 #include "support/TestSupport.h"
 #include "ui/Alert.h"
 #include "ui/LauncherController.h"
@@ -280,6 +281,78 @@ TEST_F(LauncherDeleting, ControlDeleteAsksAndMovesTheSelectedFileToTheTrash)
     EXPECT_TRUE(launcher->results.isEmpty());
     EXPECT_EQ(launcher->files.size(), 4);
     EXPECT_EQ(launcher->panel()->focusWidget(), field());
+}
+
+// The folder is scanned beside the interface: the panel shows before its list is in.
+class LauncherScanning : public Launcher
+{
+protected:
+    void SetUp() override
+    {
+        Launcher::SetUp();
+        launcher->hide(false);
+        launcher->setMostBytesScannedInPlace(0);
+        newsletterPath =
+            writeWebloc(QStringLiteral("Newsletter"), QStringLiteral("https://letter.example/"));
+        launcher->show();
+    }
+
+    QString newsletterPath;
+};
+
+TEST_F(LauncherScanning, KeysTypedMeanwhileActInOrderOnTheNewList)
+{
+    ASSERT_TRUE(launcher->isAwaitingFiles());
+    EXPECT_TRUE(launcher->isVisible());
+    type(QStringLiteral("ne"));
+    key(Qt::Key_Down);
+    key(Qt::Key_C, Qt::ControlModifier);
+    type(QStringLiteral("x"));
+    EXPECT_EQ(field()->text(), QStringLiteral("ne"));
+    EXPECT_TRUE(launcher->results.isEmpty());
+    EXPECT_FALSE(fakes.pasteboard->text.has_value());
+
+    launcher->waitForFiles();
+    const QList<ScoredFile> expected =
+        FileIndex::search(QStringLiteral("ne"), FileIndex::scan(), 8);
+    ASSERT_GE(expected.size(), 2);
+    EXPECT_EQ(fakes.pasteboard->text, ShortcutURL::target(expected[1].file.url));
+    EXPECT_FALSE(launcher->isVisible());
+    // The copy hid the panel: the key after it found no field to type into.
+    EXPECT_TRUE(field()->text().isEmpty());
+}
+
+TEST_F(LauncherScanning, EscapeDropsTheKeysHeldAndTheListStillComes)
+{
+    type(QStringLiteral("newsl"));
+    key(Qt::Key_Return);
+    key(Qt::Key_Escape);
+    EXPECT_TRUE(field()->text().isEmpty());
+    type(QStringLiteral("docs"));
+    launcher->waitForFiles();
+    EXPECT_TRUE(fakes.workspace->opened.isEmpty());
+    EXPECT_TRUE(launcher->isVisible());
+    EXPECT_EQ(field()->text(), QStringLiteral("docs"));
+
+    key(Qt::Key_Escape);
+
+    type(QStringLiteral("newsl"));
+    key(Qt::Key_Return);
+    EXPECT_EQ(fakes.workspace->opened, QList<QUrl>{QUrl::fromLocalFile(newsletterPath)});
+}
+
+TEST_F(LauncherScanning, ControlDeleteWaitsForTheListAndDeletesFromIt)
+{
+    type(QStringLiteral("newsl"));
+    ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
+    key(Qt::Key_Delete, Qt::ControlModifier);
+    EXPECT_FALSE(ui::Alert::lastAlert().has_value());
+    EXPECT_EQ(field()->text(), QStringLiteral("newsl"));
+
+    launcher->waitForFiles();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !fakes.workspace->trashed.isEmpty(); }, 2000));
+    EXPECT_EQ(fakes.workspace->trashed, QStringList{newsletterPath});
+    EXPECT_EQ(launcher->files.size(), 5);
 }
 
 } // namespace

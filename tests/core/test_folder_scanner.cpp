@@ -1,0 +1,120 @@
+// A folder listed beside the interface must give what a scan on the spot gives, and a change made
+// while it is listed must show at the next scan.
+
+#include "core/FolderScanner.h"
+#include "core/SearchIndex.h"
+#include "core/ShortcutURL.h"
+#include "support/TestSupport.h"
+
+#include <QFile>
+#include <QObject>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+using namespace pindle;
+using test::writeWebloc;
+
+namespace {
+
+// Names whose sort order is not their listing order, with case, accents and digits in them.
+void writeMixedFolder(int count)
+{
+    const QStringList stems = {u"zeta"_qs,    u"Alpha"_qs,  u"\u00e9t\u00e9"_qs,
+                               u"beta 10"_qs, u"beta 9"_qs, u"Beta"_qs};
+    for (int i = 0; i < count; ++i)
+        writeWebloc(stems[i % stems.size()] + u' ' + QString::number(i * 7919 % count),
+                    u"https://example.org/"_qs + QString::number(i));
+}
+
+QStringList namesOf(const QList<IndexedFile> &files)
+{
+    QStringList names;
+    for (const IndexedFile &file : files)
+        names.append(file.displayName + u" <"_qs + file.url.toString() + u'>');
+    return names;
+}
+
+// Scans with everything listed on the worker, as for a large folder.
+class BackgroundScan : public testing::Test
+{
+protected:
+    BackgroundScan()
+        : scanner(&context, [this](const QList<IndexedFile> &files) {
+              scanned = files;
+              ++deliveries;
+          })
+    {
+        scanner.setMostBytesInPlace(0);
+    }
+
+    // The list a panel would show: at hand, or once the worker is done.
+    QList<IndexedFile> listed()
+    {
+        if (std::optional<QList<IndexedFile>> now = scanner.scan())
+            return *now;
+        EXPECT_TRUE(scanner.isScanning());
+        scanner.waitForScan();
+        return scanned;
+    }
+
+    static QList<IndexedFile> scannedFromNothing()
+    {
+        detail::forgetScannedRecords();
+        return FileIndex::scan();
+    }
+
+    QObject context;
+    QList<IndexedFile> scanned;
+    int deliveries = 0;
+    FolderScanner scanner;
+};
+
+TEST_F(BackgroundScan, GivesExactlyTheListOfAScanOnTheSpotAndKeepsItForTheNextScan)
+{
+    writeMixedFolder(600);
+    ASSERT_FALSE(scanner.scan().has_value());
+    // A scan asked for again gives up the one under way, whose records the next one reuses.
+    const QList<IndexedFile> first = listed();
+    EXPECT_EQ(deliveries, 1);
+    ASSERT_EQ(first.size(), 600);
+    // Nothing changed: the list is at hand, without the worker, and so is a synchronous scan's.
+    const std::optional<QList<IndexedFile>> again = scanner.scan();
+    ASSERT_TRUE(again.has_value());
+    EXPECT_TRUE(again->isSharedWith(first));
+    EXPECT_TRUE(FileIndex::scan().isSharedWith(first));
+
+    EXPECT_EQ(namesOf(first), namesOf(scannedFromNothing()));
+    // And the other way round: records a synchronous scan made serve the worker's listing.
+    writeWebloc(u"Alpha new"_qs, u"https://example.org/new"_qs);
+    EXPECT_EQ(namesOf(listed()), namesOf(scannedFromNothing()));
+}
+
+TEST_F(BackgroundScan, SeesAChangeMadeWhileListingAtTheNextScan)
+{
+    writeMixedFolder(300);
+    const QString rewritten = writeWebloc(u"rewritten"_qs, u"https://old.example/"_qs);
+    const QString removed = writeWebloc(u"removed"_qs, u"https://removed.example/"_qs);
+    const QList<IndexedFile> before = listed();
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://old.example/"_qs);
+
+    writeWebloc(u"zz filler"_qs, u"https://filler.example/"_qs);
+    ASSERT_FALSE(scanner.scan().has_value());
+    // While the worker lists the folder.
+    writeWebloc(u"added"_qs, u"https://added.example/"_qs);
+    ASSERT_TRUE(QFile::remove(removed));
+    const QString staged = writeWebloc(u".staged"_qs, u"https://new.example/"_qs);
+    ASSERT_EQ(::rename(QFile::encodeName(staged), QFile::encodeName(rewritten)), 0);
+    scanner.waitForScan();
+
+    const QList<IndexedFile> after = listed();
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://new.example/"_qs);
+    const QStringList names = namesOf(after);
+    EXPECT_EQ(names, namesOf(scannedFromNothing()));
+    EXPECT_EQ(after.size(), before.size() + 1);
+    EXPECT_TRUE(names.filter(u"added <"_qs).size() == 1);
+    EXPECT_TRUE(names.filter(u"removed <"_qs).isEmpty());
+}
+
+} // namespace
