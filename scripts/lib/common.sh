@@ -1,7 +1,8 @@
 # Shared by scripts/run and scripts/test: the Debian packages Pindle needs, installed when
 # missing, and the CMake configure + build. Sourced, not run.
 
-# Build: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb. Tests: GoogleTest, the X server, the
+# Build: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb, the Wayland client library and Qt's
+# private Gui headers (Qt 6.4 hands out its Wayland connection only through them). Tests: GoogleTest, the X server, the
 # window manager, key presses, the clipboard, a terminal to take focus from (xterm needs the core
 # fonts of xfonts-base), fonts for Qt, a private session bus per test. Recommended packages are installed too, as a desktop has
 # them.
@@ -9,7 +10,7 @@
 PINDLE_PACKAGES=(
     g++ cmake ninja-build pkg-config
     qt6-base-dev qt6-qpa-plugins qt6-wayland libqt6opengl6-dev libicu-dev libplist-dev
-    libxcb1-dev libxcb-keysyms1-dev shared-mime-info
+    libxcb1-dev libxcb-keysyms1-dev libwayland-dev qt6-base-private-dev shared-mime-info
     googletest libgtest-dev
     xvfb xauth openbox xdotool xclip xterm xfonts-base x11-utils fonts-dejavu-core
     dbus-daemon dbus-bin
@@ -22,7 +23,7 @@ PINDLE_PACKAGES=(
 # the whole Plasma desktop, about 1,000 packages instead of about 270.
 PINDLE_WAYLAND_TEST_PACKAGES=(
     kwin-wayland mutter xdg-desktop-portal xdg-desktop-portal-kde qtwayland5
-    wl-clipboard libwayland-dev plasma-wayland-protocols
+    wl-clipboard plasma-wayland-protocols
 )
 
 pindle_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
