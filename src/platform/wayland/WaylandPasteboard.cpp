@@ -43,8 +43,11 @@ WaylandPasteboard *self(void *data)
 }
 
 const wl_registry_listener registryListener = {
-    .global = [](void *data, wl_registry *registry, std::uint32_t name, const char *interface,
-                 std::uint32_t version) { self(data)->announceGlobal(registry, name, interface, version); },
+    .global =
+        [](void *data, wl_registry *registry, std::uint32_t name, const char *interface,
+           std::uint32_t version) {
+            self(data)->announceGlobal(registry, name, interface, version);
+        },
     .global_remove = [](void *, wl_registry *, std::uint32_t) {},
 };
 
@@ -56,7 +59,8 @@ const wl_data_offer_listener offerListener = {
 };
 
 const wl_data_device_listener deviceListener = {
-    .data_offer = [](void *data, wl_data_device *, wl_data_offer *offer) { self(data)->addOffer(offer); },
+    .data_offer = [](void *data, wl_data_device *,
+                     wl_data_offer *offer) { self(data)->addOffer(offer); },
     // Drops are Qt's business; this device only keeps the selection.
     .enter = [](void *data, wl_data_device *, std::uint32_t, wl_surface *, wl_fixed_t, wl_fixed_t,
                 wl_data_offer *offer) { self(data)->dropOffer(offer); },
@@ -81,7 +85,8 @@ WaylandPasteboard::WaylandPasteboard(std::chrono::milliseconds timeout) : m_time
     QObject::connect(&m_pump, &QTimer::timeout, [this] { dispatch(); });
     // Qt closes its connection when the application ends, before this object goes.
     if (QCoreApplication *application = QCoreApplication::instance())
-        QObject::connect(application, &QCoreApplication::aboutToQuit, &m_pump, [this] { tearDown(); });
+        QObject::connect(application, &QCoreApplication::aboutToQuit, &m_pump,
+                         [this] { tearDown(); });
 
 #ifdef PINDLE_QT_WAYLAND_APPLICATION
     if (auto *native = qGuiApp->nativeInterface<QNativeInterface::QWaylandApplication>()) {
@@ -107,7 +112,9 @@ WaylandPasteboard::WaylandPasteboard(std::chrono::milliseconds timeout) : m_time
 
 WaylandPasteboard::~WaylandPasteboard()
 {
-    tearDown();
+    // Without the application its connection is gone, and with it these objects.
+    if (QCoreApplication::instance() != nullptr)
+        tearDown();
 }
 
 void WaylandPasteboard::tearDown()
