@@ -41,7 +41,10 @@ private:
 class Window : public QRasterWindow
 {
 protected:
-    void paintEvent(QPaintEvent *) override { QPainter(this).fillRect(rect(), Qt::darkCyan); }
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter(this).fillRect(QRect(QPoint(), size()), Qt::darkCyan);
+    }
 };
 
 } // namespace
