@@ -58,7 +58,7 @@ QByteArray binaryShortcut(const QByteArray &url)
     uint32_t length = 0;
     plist_to_bin(root, &bytes, &length);
     QByteArray result(bytes, length);
-    plist_to_bin_free(bytes);
+    std::free(bytes); // malloc'd; plist_to_bin_free is gone from libplist 2.3
     plist_free(root);
     return result;
 }

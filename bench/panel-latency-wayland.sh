@@ -22,7 +22,7 @@ source "$(dirname "$0")/../scripts/lib/common.sh"
 source "$(dirname "$0")/panel_latency_lib.sh"
 runs=${1:-30}
 
-pindle_ensure_packages "${PINDLE_PACKAGES[@]}"
+pindle_ensure_packages "${PINDLE_BUILD_PACKAGES[@]}" "${PINDLE_TEST_PACKAGES[@]}"
 pindle_ensure_packages --no-install-recommends "${PINDLE_WAYLAND_TEST_PACKAGES[@]}"
 bench_build
 

@@ -18,7 +18,7 @@ source "$(dirname "$0")/panel_latency_lib.sh"
 runs=${1:-30}
 count=${2:-10000}
 
-pindle_ensure_packages "${PINDLE_PACKAGES[@]}"
+pindle_ensure_packages "${PINDLE_BUILD_PACKAGES[@]}" "${PINDLE_E2E_PACKAGES[@]}"
 bench_build
 build=$bench_dir
 probe="$build/bench/panel_latency_probe"

@@ -1,21 +1,31 @@
-# Shared by scripts/run and scripts/test: the Debian packages Pindle needs, installed when
+# Shared by the scripts: the Debian packages Pindle needs, installed when
 # missing, and the CMake configure + build. Sourced, not run.
 
-# Build: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb, the Wayland client library and Qt's
-# private Gui headers (Qt 6.4 hands out its Wayland connection only through them). Tests: GoogleTest, the X server, the
-# window manager, key presses, the clipboard, a terminal to take focus from (xterm needs the core
-# fonts of xfonts-base), fonts for Qt, a private session bus per test. Recommended packages are installed too, as a desktop has
-# them.
-# Fuzzing: clang with its libFuzzer runtime. qt6-wayland: Pindle's own Wayland platform plugin.
-PINDLE_PACKAGES=(
+# What building and running Pindle needs: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb, the
+# Wayland client library, Qt's private Gui headers (Qt 6.4 hands out its Wayland connection only
+# through them) and the MIME database tools; qt6-wayland is Pindle's own Wayland platform plugin.
+# Recommended packages are installed too, as a desktop has them.
+PINDLE_BUILD_PACKAGES=(
     g++ cmake ninja-build pkg-config
     qt6-base-dev qt6-qpa-plugins qt6-wayland libqt6opengl6-dev libicu-dev libplist-dev
     libxcb1-dev libxcb-keysyms1-dev libwayland-dev qt6-base-private-dev shared-mime-info
-    googletest libgtest-dev
+)
+# What the end-to-end tests need beside the program: the X server, the window manager, key
+# presses, the clipboard, a terminal to take focus from (xterm needs the core fonts of
+# xfonts-base), fonts for Qt, a private session bus per test. Also installed into the Debian 13
+# system that CI tests the package in.
+PINDLE_E2E_PACKAGES=(
     xvfb xauth openbox xdotool xclip xterm xfonts-base x11-utils fonts-dejavu-core
     dbus-daemon dbus-bin
-    clang libclang-rt-14-dev
 )
+# The rest of the tests: GoogleTest, and the desktop-entry, AppStream and manual page checks of
+# the installed tree.
+PINDLE_TEST_PACKAGES=(
+    googletest libgtest-dev desktop-file-utils appstream man-db
+    "${PINDLE_E2E_PACKAGES[@]}"
+)
+# Fuzzing: clang with its libFuzzer runtime.
+PINDLE_FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 
 # The Wayland end-to-end tests: headless KWin and mutter, the desktop portal with KDE's backend
 # (a Qt 5 program, hence Qt 5's Wayland plugin), wl-copy/wl-paste, and what builds the
@@ -53,10 +63,15 @@ pindle_ensure_packages() {
     apt-get install -y -qq "${options[@]}" "${missing[@]}"
 }
 
-# pindle_build DIR [cmake options...]: configures once, then builds incrementally.
+# pindle_build DIR [--target TARGET] [cmake options...]: configures once, then builds (all, or
+# TARGET) incrementally.
 pindle_build() {
-    local dir=$1
+    local dir=$1 target=()
     shift
+    if [ "${1:-}" = --target ]; then
+        target=(--target "$2")
+        shift 2
+    fi
     # Configured again when the options asked for change, so that an existing build folder
     # follows what this script asks of it.
     local options="$*"
@@ -64,5 +79,5 @@ pindle_build() {
         cmake -S "$pindle_root" -B "$dir" -G Ninja "$@"
         printf '%s' "$options" >"$dir/.pindle-options"
     fi
-    cmake --build "$dir"
+    cmake --build "$dir" "${target[@]}"
 }

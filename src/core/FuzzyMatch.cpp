@@ -25,7 +25,7 @@ std::vector<QStringView> characters(QStringView text)
 
 std::optional<Result> match(const QString &query, const QString &candidate)
 {
-    const QString loweredQuery = Unicode::lowercased(query);
+    const QString loweredQuery = Unicode::lowercased(QStringView(query));
     const std::vector<QStringView> q = characters(loweredQuery);
     const auto m = int32_t(q.size());
     if (m == 0)
@@ -34,7 +34,7 @@ std::optional<Result> match(const QString &query, const QString &candidate)
     const auto n = int32_t(c.size());
     if (n < m)
         return std::nullopt;
-    const QString loweredCandidate = Unicode::lowercased(candidate);
+    const QString loweredCandidate = Unicode::lowercased(QStringView(candidate));
     const std::vector<QStringView> k = characters(loweredCandidate);
     // Characters are paired with their lowercase by position; when lowercasing merged some,
     // the pairing is lost and the name is not matched.

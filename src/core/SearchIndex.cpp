@@ -239,7 +239,7 @@ std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
     std::byte *arrays = nullptr;
     std::shared_ptr<PreparedName> prepared;
     const auto *units = reinterpret_cast<const char16_t *>(displayName.utf16());
-    if (isPlainAscii(displayName)) {
+    if (isPlainAscii(QStringView(displayName))) {
         const auto n = size_t(displayName.size());
         prepared = newPreparedName(n + keySize, arrays);
         auto *text = reinterpret_cast<char *>(arrays);
@@ -250,7 +250,7 @@ std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
         arrays += n;
     } else {
         thread_local UnicodeDescription description;
-        describeUnicode(description, displayName);
+        describeUnicode(description, QStringView(displayName));
         const auto n = size_t(description.ids.size());
         prepared = newPreparedName(n * (sizeof(uint32_t) + sizeof(uint8_t)) + keySize, arrays);
         auto *ids = reinterpret_cast<uint32_t *>(arrays);
@@ -439,7 +439,7 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
     const QString trimmed = Text::trimmedWhitespace(query);
     if (trimmed.isEmpty() || limit <= 0)
         return {};
-    const detail::PreparedQuery prepared = detail::prepareQuery(trimmed);
+    const detail::PreparedQuery prepared = detail::prepareQuery(QStringView(trimmed));
     const auto m = int32_t(prepared.ids.size());
 
     ListIndex &index = listIndex();
@@ -551,13 +551,14 @@ QList<ScoredFile> matching(const QString &url, const QList<IndexedFile> &files, 
         return {};
     // Unicode::canonicallyEqual, with the address decomposed once rather than once per file,
     // and no normalizer at all for ASCII targets, which are their own decomposition.
-    const QString decomposedUrl = Unicode::decomposed(trimmed);
+    const QString decomposedUrl = Unicode::decomposed(QStringView(trimmed));
     const auto isEqual = [&](const QString &target) {
         if (target == trimmed)
             return true;
         const bool isAscii =
             std::all_of(target.cbegin(), target.cend(), [](QChar c) { return c.unicode() < 0x80; });
-        return isAscii ? target == decomposedUrl : Unicode::decomposed(target) == decomposedUrl;
+        return isAscii ? target == decomposedUrl
+                       : Unicode::decomposed(QStringView(target)) == decomposedUrl;
     };
     // Every target is read, also after the last kept one, so that all of them are cached.
     const std::vector<std::optional<QString>> *targets = detail::cachedTargets(files);

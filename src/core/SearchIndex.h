@@ -62,6 +62,11 @@ std::shared_ptr<const PreparedName> prepareName(const QString &displayName,
 
 // prepareQuery of MatchText.h, for a query held as a Qt string.
 PreparedQuery prepareQuery(QStringView query);
+// A QString converts to std::u16string_view too (Qt 6.7): this settles which one is meant.
+inline PreparedQuery prepareQuery(const QString &query)
+{
+    return prepareQuery(QStringView(query));
+}
 
 // Drops this thread's search cache, and with it the reference that keeps the list searched
 // last alive: a new scan is about to replace that list.

@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
+#include <type_traits>
 #include <unistd.h>
 #include <vector>
 
@@ -312,6 +313,22 @@ std::optional<QByteArrayView> readFile(const char *nativePath, FileBytes &into)
     return QByteArrayView(bytes, filled);
 }
 
+namespace {
+
+// libplist 2.3 gave plist_from_memory an out-parameter for the format it found; both forms
+// are in use (Debian 12 has the older one).
+template <typename FromMemory>
+void parsePlist(FromMemory fromMemory, QByteArrayView bytes, plist_t *parsed)
+{
+    if constexpr (std::is_invocable_v<FromMemory, const char *, uint32_t, plist_t *,
+                                      std::nullptr_t>)
+        fromMemory(bytes.data(), uint32_t(bytes.size()), parsed, nullptr);
+    else
+        fromMemory(bytes.data(), uint32_t(bytes.size()), parsed);
+}
+
+} // namespace
+
 std::optional<QString> plistTarget(QByteArrayView bytes)
 {
     if (bytes.startsWith(utf8Bom))
@@ -323,7 +340,7 @@ std::optional<QString> plistTarget(QByteArrayView bytes)
         return std::nullopt;
 
     plist_t parsed = nullptr;
-    plist_from_memory(bytes.data(), uint32_t(bytes.size()), &parsed);
+    parsePlist(plist_from_memory, bytes, &parsed);
     const std::unique_ptr<void, PlistFree> root(parsed);
     if (!root || plist_get_node_type(root.get()) != PLIST_DICT)
         return std::nullopt;

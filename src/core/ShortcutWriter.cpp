@@ -12,6 +12,7 @@
 #include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
@@ -80,7 +81,9 @@ std::optional<QByteArray> encodeShortcut(const QString &address)
     if (xml == nullptr)
         return std::nullopt;
     QByteArray bytes(xml, qsizetype(length));
-    plist_to_xml_free(xml);
+    // libplist allocates with malloc; its own release function changed name in 2.3
+    // (plist_to_xml_free, then plist_mem_free), and both are free().
+    std::free(xml);
     return bytes;
 }
 

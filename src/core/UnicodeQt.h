@@ -30,4 +30,39 @@ bool isLowercase(QStringView character);
 bool isUppercase(QStringView character);
 bool isLetter(QStringView character);
 
+// Since Qt 6.7 a QString converts to std::u16string_view as well as to QStringView, so a call
+// with a QString would be ambiguous between the functions above and those of Unicode.h.
+inline std::vector<qsizetype> clusterBoundaries(const QString &text)
+{
+    return clusterBoundaries(QStringView(text));
+}
+inline QString lowercased(const QString &text)
+{
+    return lowercased(QStringView(text));
+}
+inline QString uppercased(const QString &text)
+{
+    return uppercased(QStringView(text));
+}
+inline QString decomposed(const QString &text)
+{
+    return decomposed(QStringView(text));
+}
+inline bool canonicallyEqual(const QString &a, const QString &b)
+{
+    return canonicallyEqual(QStringView(a), QStringView(b));
+}
+inline bool isLowercase(const QString &character)
+{
+    return isLowercase(QStringView(character));
+}
+inline bool isUppercase(const QString &character)
+{
+    return isUppercase(QStringView(character));
+}
+inline bool isLetter(const QString &character)
+{
+    return isLetter(QStringView(character));
+}
+
 } // namespace pindle::Unicode

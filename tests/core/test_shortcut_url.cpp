@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 #include <plist/plist.h>
 
+#include <cstdlib>
+
 using namespace pindle;
 
 namespace {
@@ -36,7 +38,7 @@ QByteArray binaryPlist(const QByteArray &xml)
     uint32_t length = 0;
     plist_to_bin(root, &bytes, &length);
     QByteArray result(bytes, length);
-    plist_to_bin_free(bytes);
+    std::free(bytes); // malloc'd; plist_to_bin_free is gone from libplist 2.3
     plist_free(root);
     return result;
 }

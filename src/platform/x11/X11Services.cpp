@@ -18,8 +18,11 @@ namespace {
 
 // Asks the window manager to activate a window once it is on screen: a request for a window it
 // does not manage yet is dropped.
+// Q_OBJECT so that findChild can tell it from the window's other children.
 class ActivateWhenExposed final : public QObject
 {
+    Q_OBJECT
+
 public:
     explicit ActivateWhenExposed(QWindow *window) : QObject(window)
     {
@@ -128,3 +131,5 @@ bool X11Application::isCompositing()
 }
 
 } // namespace pindle::platform::x11
+
+#include "X11Services.moc"
