@@ -119,13 +119,10 @@ WaylandPasteboard::~WaylandPasteboard()
 
 void WaylandPasteboard::tearDown()
 {
-    m_deadline.stop();
-    m_pump.stop();
-    m_notifier.reset();
-    if (m_pipe >= 0)
-        close(m_pipe);
-    m_pipe = -1;
+    // Nobody is left to answer: the application is ending.
     m_waiting.clear();
+    finish(std::nullopt);
+    m_pump.stop();
     if (m_queue == nullptr)
         return;
     if (m_sync != nullptr)
