@@ -1,13 +1,14 @@
 # Shared by the scripts: the Debian packages Pindle needs, installed when
 # missing, and the CMake configure + build. Sourced, not run.
 
-# What building and running Pindle needs: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb, and
-# the MIME database tools; qt6-wayland is Pindle's own Wayland platform plugin. Recommended
-# packages are installed too, as a desktop has them.
+# What building and running Pindle needs: compiler, CMake, Ninja, Qt 6, ICU, libplist, xcb, the
+# Wayland client library, Qt's private Gui headers (Qt 6.4 hands out its Wayland connection only
+# through them) and the MIME database tools; qt6-wayland is Pindle's own Wayland platform plugin.
+# Recommended packages are installed too, as a desktop has them.
 PINDLE_BUILD_PACKAGES=(
     g++ cmake ninja-build pkg-config
     qt6-base-dev qt6-qpa-plugins qt6-wayland libqt6opengl6-dev libicu-dev libplist-dev
-    libxcb1-dev libxcb-keysyms1-dev shared-mime-info
+    libxcb1-dev libxcb-keysyms1-dev libwayland-dev qt6-base-private-dev shared-mime-info
 )
 # What the end-to-end tests need beside the program: the X server, the window manager, key
 # presses, the clipboard, a terminal to take focus from (xterm needs the core fonts of
@@ -32,7 +33,7 @@ PINDLE_FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 # the whole Plasma desktop, about 1,000 packages instead of about 270.
 PINDLE_WAYLAND_TEST_PACKAGES=(
     kwin-wayland mutter xdg-desktop-portal xdg-desktop-portal-kde qtwayland5
-    wl-clipboard libwayland-dev plasma-wayland-protocols
+    wl-clipboard plasma-wayland-protocols
 )
 
 pindle_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)

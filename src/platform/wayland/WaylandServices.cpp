@@ -2,6 +2,7 @@
 
 #include "platform/QtServices.h"
 #include "platform/wayland/PortalGlobalShortcuts.h"
+#include "platform/wayland/WaylandPasteboard.h"
 
 #include <QDBusConnection>
 #include <QDir>
@@ -49,7 +50,7 @@ Services createWaylandServices()
     backend.focus = std::make_unique<PassiveFocusService>();
     // The protocol has no bell; a failed action shows itself in the panel instead.
     backend.workspace = std::make_unique<QtWorkspace>(nullptr);
-    backend.pasteboard = std::make_unique<QtPasteboard>(false);
+    backend.pasteboard = std::make_unique<WaylandPasteboard>();
     backend.screens = std::make_unique<QtScreens>(false);
     // Wayland compositors always blend windows.
     backend.application = std::make_unique<QtApplication>(true);
