@@ -68,9 +68,9 @@ wl_start_kwin() {
     WL_COMPOSITOR=kwin
     cp /usr/bin/kwin_wayland "$E2E_TMP/bin/kwin_wayland"
     # KWin 6 has no activities to turn off, and refuses the flag. Its --help needs a platform
-    # plugin it has not got yet, so the binary itself is asked.
+    # plugin it has not got yet, so the binary itself is asked (Qt keeps the name in UTF-16).
     local flags=(--no-lockscreen)
-    if grep -qa -- no-kactivities /usr/bin/kwin_wayland; then
+    if LC_ALL=C grep -qaP 'n\x00o\x00-\x00k\x00a\x00c\x00t' /usr/bin/kwin_wayland; then
         flags+=(--no-kactivities)
     fi
     XDG_CURRENT_DESKTOP=KDE KWIN_WAYLAND_NO_PERMISSION_CHECKS=1 QT_LOGGING_RULES=kwin_scripting.debug=true \
