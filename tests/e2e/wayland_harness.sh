@@ -133,15 +133,19 @@ wl_kwin_eval() {
     [ -n "$line" ] && printf '%s\n' "${line#"js: $tag="}"
 }
 
+# KWin 6's scripting calls windows what KWin 5 called clients.
+WL_KWIN_WINDOWS='(workspace.windowList ? workspace.windowList() : workspace.clientList())'
+WL_KWIN_ACTIVE='(workspace.windowList ? workspace.activeWindow : workspace.activeClient)'
+
 # The windows of a process that KWin shows, one "x y width height" line each.
 wl_kwin_windows_of() {
-    wl_kwin_eval "workspace.clientList().filter(function (c) { return c.pid == $1; })
+    wl_kwin_eval "$WL_KWIN_WINDOWS.filter(function (c) { return c.pid == $1; })
         .map(function (c) { var g = c.frameGeometry; return g.x + ' ' + g.y + ' ' + g.width + ' ' + g.height; })
         .join(';')" | tr ';' '\n' | sed '/^$/d'
 }
 
 # The pid of KWin's active window, or "none".
-wl_kwin_active_pid() { wl_kwin_eval 'workspace.activeClient ? workspace.activeClient.pid : "none"'; }
+wl_kwin_active_pid() { wl_kwin_eval "($WL_KWIN_ACTIVE) ? ($WL_KWIN_ACTIVE).pid : 'none'"; }
 
 wl_kwin_is_active() { [ "$(wl_kwin_active_pid)" = "$1" ]; }
 
