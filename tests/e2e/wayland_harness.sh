@@ -149,6 +149,15 @@ wl_kwin_active_pid() { wl_kwin_eval "($WL_KWIN_ACTIVE) ? ($WL_KWIN_ACTIVE).pid :
 
 wl_kwin_is_active() { [ "$(wl_kwin_active_pid)" = "$1" ]; }
 
+# wl_kwin_activate PID: gives the focus to the process's window, as a click into it would.
+wl_kwin_activate() {
+    [ "$(wl_kwin_eval "(function () {
+        var w = $WL_KWIN_WINDOWS.filter(function (c) { return c.pid == $1; })[0];
+        if (!w) return false;
+        if (workspace.windowList) workspace.activeWindow = w; else workspace.activeClient = w;
+        return true; })()")" = true ]
+}
+
 # wl_output_at X: the output (0 or 1) that holds x = X; the outputs are side by side.
 wl_output_at() { echo $(($1 / 1280)); }
 
