@@ -16,6 +16,9 @@
 #   - KDE's portal backend needs org.kde.kglobalaccel, which KWin provides once it is up;
 #   - xdg-desktop-portal 1.16 falls back to the KDE backend whatever the desktop, so mutter's
 #     portal gets an empty XDG_DESKTOP_PORTAL_DIR;
+#   - Debian 13 (KWin 6.3, mutter 48, xdg-desktop-portal 1.20): KWin refuses --no-kactivities,
+#     its scripting says windowList/activeWindow for clientList/activeClient, and it gives the
+#     focus to no window when a panel closes after opening an address;
 #   - KDE's portal runs xdg-open itself while binding shortcuts: a logging xdg-open sees both;
 #   - a Wayland client cannot ask which window has the focus: KWin answers through its scripting
 #     D-Bus interface (print() lands in its log with kwin_scripting.debug on), and on mutter the
