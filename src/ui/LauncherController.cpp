@@ -129,9 +129,11 @@ void LauncherController::open(qsizetype index)
     if (index < 0 || index >= results.size())
         return;
     const QUrl file = results[index].file.url;
-    // No focus restore: the application that opens the file takes the focus.
-    hide(false);
+    // Opened while the panel still has the focus: on Wayland the opener's activation token is
+    // asked for through the focused window, which must still have its surface (Qt 6.8 crashes on
+    // a hidden one). No focus restore: the application that opens the file takes the focus.
     platform::services().workspace->openFile(file);
+    hide(false);
 }
 
 void LauncherController::copyURL(qsizetype index)

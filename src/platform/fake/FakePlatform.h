@@ -7,6 +7,7 @@
 #include <QSet>
 #include <QStringList>
 
+#include <functional>
 #include <utility>
 
 namespace pindle::platform::fake {
@@ -73,6 +74,8 @@ public:
     bool openFile(const QUrl &file) override
     {
         opened.append(file);
+        if (onOpen)
+            onOpen();
         return true;
     }
     QIcon iconForFile(const QString &) override { return {}; }
@@ -86,6 +89,7 @@ public:
     void beep() override { ++beeps; }
 
     QList<QUrl> opened;
+    std::function<void()> onOpen;
     QStringList trashed;
     bool failTrash = false;
     int beeps = 0;
