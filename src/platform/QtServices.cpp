@@ -192,6 +192,15 @@ std::optional<QString> QtPasteboard::string()
     return data->text();
 }
 
+bool QtPasteboard::answerOwnText(StringHandler &done)
+{
+    const QClipboard *clipboard = QGuiApplication::clipboard();
+    if (clipboard == nullptr || !clipboard->ownsClipboard())
+        return false;
+    done(string());
+    return true;
+}
+
 void QtPasteboard::clearContents()
 {
     QGuiApplication::clipboard()->clear(QClipboard::Clipboard);

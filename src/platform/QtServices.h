@@ -46,6 +46,10 @@ public:
     {}
     // The text as Qt reads it, synchronously.
     static std::optional<QString> string();
+    // Answers done with the clipboard's text when Pindle itself put it there, and says so: Qt
+    // holds it, and asking for it through the window system would need this very thread to
+    // answer. False, and done untouched, otherwise.
+    static bool answerOwnText(StringHandler &done);
     void requestString(StringHandler done) override { done(string()); }
     bool isReadableWithoutFocus() override { return m_isReadableWithoutFocus; }
     void clearContents() override;

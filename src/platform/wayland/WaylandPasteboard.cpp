@@ -1,6 +1,5 @@
 #include "platform/wayland/WaylandPasteboard.h"
 
-#include <QClipboard>
 #include <QGuiApplication>
 #include <QSocketNotifier>
 
@@ -154,13 +153,8 @@ void WaylandPasteboard::tearDown()
 
 void WaylandPasteboard::requestString(StringHandler done)
 {
-    // Text Pindle itself put there is at hand; asking for it over the protocol would have Qt
-    // answer it on this very thread.
-    if (QClipboard *clipboard = QGuiApplication::clipboard();
-        clipboard != nullptr && clipboard->ownsClipboard()) {
-        done(QtPasteboard::string());
+    if (QtPasteboard::answerOwnText(done))
         return;
-    }
     m_waiting.append(std::move(done));
     if (m_deadline.isActive())
         return;

@@ -2,8 +2,6 @@
 
 #include "platform/x11/X11Connection.h"
 
-#include <QClipboard>
-#include <QGuiApplication>
 #include <QSocketNotifier>
 
 #include <cstdlib>
@@ -32,13 +30,8 @@ X11Pasteboard::~X11Pasteboard()
 
 void X11Pasteboard::requestString(StringHandler done)
 {
-    // Text Pindle itself put there needs no trip through the server, and could not make one
-    // without the event loop that answers it.
-    if (QClipboard *clipboard = QGuiApplication::clipboard();
-        clipboard != nullptr && clipboard->ownsClipboard()) {
-        done(QtPasteboard::string());
+    if (QtPasteboard::answerOwnText(done))
         return;
-    }
     m_waiting.append(std::move(done));
     if (m_stage != Stage::idle)
         return;
