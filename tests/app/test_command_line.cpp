@@ -10,48 +10,35 @@ using Action = CommandLine::Action;
 
 namespace {
 
-std::expected<CommandLine, QString> parse(std::initializer_list<const char *> arguments)
+TEST(CommandLineParsing, AcceptsTheToggleInBothSpellingsAndHelpOrVersionOverAnythingElse)
 {
-    QStringList list;
-    for (const char *argument : arguments)
-        list.append(QString::fromUtf8(argument));
-    return parseCommandLine(list);
-}
-
-TEST(CommandLineParsing, AcceptsTheToggleInBothSpellingsAndNothingAtAll)
-{
-    EXPECT_EQ(parse({}), CommandLine{});
-    EXPECT_EQ(parse({"--toggle", "creator"}),
+    EXPECT_EQ(parseCommandLine({}), CommandLine{});
+    EXPECT_EQ(parseCommandLine({u"--toggle"_qs, u"creator"_qs}),
               (CommandLine{.action = Action::toggle, .panel = Panel::creator}));
-    EXPECT_EQ(parse({"--toggle=launcher"}),
+    EXPECT_EQ(parseCommandLine({u"--toggle=launcher"_qs}),
               (CommandLine{.action = Action::toggle, .panel = Panel::launcher}));
+    EXPECT_EQ(parseCommandLine({u"--toggle"_qs, u"launcher"_qs, u"--help"_qs})->action,
+              Action::help);
+    EXPECT_EQ(parseCommandLine({u"-h"_qs, u"--bogus"_qs})->action, Action::help);
+    EXPECT_EQ(parseCommandLine({u"--toggle"_qs, u"nonsense"_qs, u"--version"_qs})->action,
+              Action::version);
 }
 
-TEST(CommandLineParsing, HelpAndVersionWinOverAnythingElseGiven)
+TEST(CommandLineParsing, RefusesWhatItDoesNotKnowNamingItInOneLine)
 {
-    EXPECT_EQ(parse({"--toggle", "launcher", "--help"})->action, Action::help);
-    EXPECT_EQ(parse({"-h", "--bogus"})->action, Action::help);
-    EXPECT_EQ(parse({"--toggle", "nonsense", "--version"})->action, Action::version);
-    EXPECT_TRUE(versionText().startsWith(QStringLiteral("pindle ")));
-    EXPECT_TRUE(usageText().contains(QStringLiteral("--toggle launcher|creator")));
-}
-
-TEST(CommandLineParsing, RefusesWhatItDoesNotKnowNamingIt)
-{
-    const auto unknown = parse({"--verbose"});
-    ASSERT_FALSE(unknown);
-    EXPECT_TRUE(unknown.error().contains(QStringLiteral("--verbose")));
-
-    const auto badPanel = parse({"--toggle", "Launcher"});
-    ASSERT_FALSE(badPanel);
-    EXPECT_TRUE(badPanel.error().contains(QStringLiteral("Launcher")));
-
-    EXPECT_FALSE(parse({"--toggle"}));
-    EXPECT_FALSE(parse({"--toggle="}));
-    EXPECT_FALSE(parse({"--toggle", "launcher", "--toggle", "creator"}));
-    EXPECT_FALSE(parse({"launcher"}));
-    for (const auto &refused : {parse({"--toggle"}), parse({"--verbose"})})
-        EXPECT_FALSE(refused.error().contains(QLatin1Char('\n')));
+    const QList<std::pair<QStringList, QString>> cases = {
+        {{u"--verbose"_qs}, u"--verbose"_qs},
+        {{u"--toggle"_qs, u"Launcher"_qs}, u"Launcher"_qs},
+        {{u"--toggle"_qs}, u"--toggle"_qs},
+        {{u"--toggle="_qs}, u"launcher or creator"_qs},
+        {{u"--toggle"_qs, u"launcher"_qs, u"--toggle"_qs, u"creator"_qs}, u"--toggle"_qs},
+        {{u"launcher"_qs}, u"launcher"_qs}};
+    for (const auto &[arguments, named] : cases) {
+        const auto refused = parseCommandLine(arguments);
+        ASSERT_FALSE(refused) << named.toStdString();
+        EXPECT_TRUE(refused.error().contains(named)) << refused.error().toStdString();
+        EXPECT_FALSE(refused.error().contains(u'\n')) << named.toStdString();
+    }
 }
 
 } // namespace

@@ -1,5 +1,4 @@
 #include "core/FileIndex.h"
-#include "core/SearchIndex.h"
 #include "support/TestSupport.h"
 
 #include <QDir>
@@ -8,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 
 using namespace pindle;
@@ -64,47 +62,8 @@ TEST(ScanOrder, FollowsTheFileBrowserInTheCLocaleAndKeepsEqualNamesInListingOrde
                                        << u"item 2.webloc"_qs << u"item 10.webloc"_qs);
 }
 
-// A rescan takes the records of unchanged entries from the scan before; whatever changed in
-// between must show as a scan from nothing would show it.
-TEST(ScanRescan, SharesUnchangedRecordsAndSeesEveryChange)
-{
-    for (int i = 0; i < 40; ++i)
-        test::writeFile(inFolder(u"page %1.webloc"_qs.arg(i)), {});
-    const QList<IndexedFile> before = FileIndex::scan();
-    ASSERT_EQ(before.size(), 40);
-
-    ASSERT_TRUE(QFile::remove(inFolder(u"page 3.webloc"_qs)));
-    ASSERT_TRUE(QFile::rename(inFolder(u"page 7.webloc"_qs), inFolder(u"Seven.url"_qs)));
-    ASSERT_TRUE(QFile::remove(inFolder(u"page 11.webloc"_qs)));
-    ASSERT_TRUE(QDir().mkpath(inFolder(u"page 11.webloc"_qs)));
-    test::writeFile(inFolder(u"added.inetloc"_qs), {});
-    const QList<IndexedFile> rescanned = FileIndex::scan();
-    detail::forgetScannedRecords();
-    const QList<IndexedFile> fresh = FileIndex::scan();
-
-    ASSERT_EQ(rescanned.size(), 39);
-    ASSERT_EQ(fresh.size(), rescanned.size());
-    for (qsizetype i = 0; i < fresh.size(); ++i) {
-        EXPECT_EQ(rescanned[i].url, fresh[i].url);
-        EXPECT_EQ(rescanned[i].displayName, fresh[i].displayName);
-        ASSERT_TRUE(rescanned[i].prepared);
-        EXPECT_EQ(rescanned[i].prepared->collationKey, fresh[i].prepared->collationKey);
-    }
-    EXPECT_EQ(rescanned.first().displayName, u"added"_qs);
-    EXPECT_EQ(rescanned.last().displayName, u"Seven"_qs);
-    const auto sharedWithBefore = std::ranges::count_if(rescanned, [&](const IndexedFile &file) {
-        return std::ranges::any_of(before, [&](const IndexedFile &old) {
-            return old.prepared == file.prepared && old.url == file.url;
-        });
-    });
-    EXPECT_EQ(sharedWithBefore, 37);
-    EXPECT_EQ(FileIndex::search(u"seven"_qs, rescanned, 5).first().file.displayName, u"Seven"_qs);
-}
-
 TEST(ScanFolder, TellsAMissingFolderFromAnEmptyOne)
 {
-    EXPECT_EQ(FileIndex::directory(),
-              QUrl::fromLocalFile(test::homePath() + u"/conflocal/urls"_qs));
     EXPECT_FALSE(FileIndex::directoryExists());
     EXPECT_TRUE(FileIndex::scan().isEmpty());
 

@@ -1,8 +1,7 @@
-// A scan returns its last list again, and keeps the targets read, while the folder watch sees no
-// change; whatever changed on disk before a scan must show in it as a scan from nothing shows it.
+// Whatever changed on disk before a scan must show in it as a scan from nothing shows it, though
+// the scan keeps what it read while the folder watch sees no change.
 
 #include "core/FileIndex.h"
-#include "core/SearchIndex.h"
 #include "core/ShortcutURL.h"
 #include "support/TestSupport.h"
 
@@ -42,15 +41,6 @@ void rewriteInPlace(const QString &path, const QString &url)
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::ReadWrite | QIODevice::Truncate));
     ASSERT_EQ(file.write(bytes), bytes.size());
-}
-
-TEST(ScanChanges, ReturnsTheSameListUntilSomethingChanges)
-{
-    writeWebloc(u"one"_qs, u"https://one/"_qs);
-    const QList<IndexedFile> first = FileIndex::scan();
-    EXPECT_TRUE(first.isSharedWith(FileIndex::scan()));
-    writeWebloc(u"two"_qs, u"https://two/"_qs);
-    EXPECT_EQ(FileIndex::scan().size(), 2);
 }
 
 TEST(ScanChanges, SeesFilesAddedRemovedRenamedAndRewrittenAtTheNextScan)
@@ -126,47 +116,6 @@ TEST(ScanChanges, RereadsFilesWhoseChangesTheFolderCannotSee)
     ASSERT_TRUE(QFile::remove(outside));
     ASSERT_TRUE(QDir().mkpath(outside));
     EXPECT_EQ(scannedTargets(), (QMap<QString, QString>{{u"hard"_qs, u"https://hard/2"_qs}}));
-}
-
-// A target read beside the interface arrives after its file may have changed again.
-TEST(ScanChanges, LeavesOutATargetReadBeforeItsFileChanged)
-{
-    const QString path = writeWebloc(u"page"_qs, u"https://old/"_qs);
-    const QList<IndexedFile> files = FileIndex::scan();
-    ASSERT_EQ(files.size(), 1);
-    const QUrl url = files.first().url;
-
-    detail::markForgetting();
-    std::vector<detail::ReadTarget> read = {detail::readTarget(path)};
-    rewriteInPlace(path, u"https://new/"_qs);
-    (void)FileIndex::scan();
-    detail::storeReadTargets({url}, read);
-    EXPECT_EQ(ShortcutURL::target(url), u"https://new/"_qs);
-
-    detail::markForgetting();
-    read = {detail::readTarget(path)};
-    ShortcutURL::clearCaches();
-    detail::storeReadTargets({url}, read);
-    EXPECT_FALSE(detail::isTargetCached(url));
-}
-
-// Stored a slice at a time: a change seen between two slices still keeps its file's old answer
-// out.
-TEST(ScanChanges, LeavesOutATargetThatChangedBetweenTwoSlicesOfAnswers)
-{
-    writeWebloc(u"first"_qs, u"https://first/"_qs);
-    const QString second = writeWebloc(u"second"_qs, u"https://old/"_qs);
-    const QList<QUrl> urls = {FileIndex::scan()[0].url, FileIndex::scan()[1].url};
-
-    detail::markForgetting();
-    std::vector<detail::ReadTarget> read = {detail::readTarget(urls[0]),
-                                            detail::readTarget(urls[1])};
-    detail::storeReadTargets(urls, read, 0, 1);
-    rewriteInPlace(second, u"https://new/"_qs);
-    (void)FileIndex::scan();
-    detail::storeReadTargets(urls, read, 1, 2);
-    EXPECT_EQ(ShortcutURL::target(urls[0]), u"https://first/"_qs);
-    EXPECT_EQ(ShortcutURL::target(urls[1]), u"https://new/"_qs);
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 #include "core/ShortcutURL.h"
 #include "support/TestSupport.h"
 
-#include <QDir>
 #include <QMimeDatabase>
 
 #include <gtest/gtest.h>
@@ -114,29 +113,6 @@ TEST(Subtitle, IsTheTargetElseTheTypeDescriptionElseEmpty)
     EXPECT_FALSE(textKind.isEmpty());
     EXPECT_EQ(ShortcutURL::subtitle(inFolder(u"notes.txt"_qs)), textKind);
     EXPECT_EQ(ShortcutURL::subtitle(inFolder(u"missing.txt"_qs)), QString());
-}
-
-TEST(ReaderCaches, AnswerFromMemoryUntilTheNextScan)
-{
-    const QUrl edited = inFolder(u"edited.url"_qs);
-    const QUrl late = inFolder(u"late.webloc"_qs);
-    EXPECT_EQ(targetOf(u"edited.url"_qs, "URL=https://old/"), u"https://old/"_qs);
-    EXPECT_EQ(ShortcutURL::subtitle(late), QString());
-
-    test::writeFile(edited.toLocalFile(), "URL=https://new/");
-    test::writeFile(late.toLocalFile(), webloc);
-    EXPECT_EQ(ShortcutURL::subtitle(edited), u"https://old/"_qs);
-    EXPECT_EQ(ShortcutURL::target(late), std::nullopt);
-
-    FileIndex::scan();
-    EXPECT_EQ(ShortcutURL::subtitle(edited), u"https://new/"_qs);
-    EXPECT_EQ(ShortcutURL::target(late), u"https://a/?b&c"_qs);
-
-    // A scan that finds no folder forgets all the same.
-    ASSERT_TRUE(QDir(test::shortcutFolder()).removeRecursively());
-    FileIndex::scan();
-    EXPECT_EQ(ShortcutURL::target(edited), std::nullopt);
-    EXPECT_EQ(ShortcutURL::subtitle(late), QString());
 }
 
 } // namespace

@@ -62,22 +62,11 @@ TEST(ShortcutWriter, WritesTheTrimmedNameAndAddressIntoNewFolders)
 
 TEST(ShortcutWriter, RefusesInvalidNamesBeforeTouchingTheDisk)
 {
-    for (const auto &[name, url] :
-         QList<std::pair<QString, QString>>{{u""_qs, u"https://a/"_qs},
-                                            {u" \t\n"_qs, u"https://a/"_qs},
-                                            {u"Trip"_qs, u" \r\n\u2029"_qs},
-                                            {u" .profile"_qs, u"https://a/"_qs},
-                                            {u"a/b"_qs, u"https://a/"_qs},
-                                            {u"a:b"_qs, u"https://a/"_qs},
-                                            {u"evil.desktop\u0000tail"_qs, u"https://a/"_qs},
-                                            {u"a\tb"_qs, u"https://a/"_qs},
-                                            {u"a\u007Fb"_qs, u"https://a/"_qs},
-                                            {u"a\u0085b"_qs, u"https://a/"_qs},
-                                            {u"a\xD800"
-                                             u"b"_qs,
-                                             u"https://a/"_qs}})
-        EXPECT_EQ(create(name, url), std::unexpected(WriteError::invalidName))
-            << name.toStdString();
+    EXPECT_EQ(create(u"Trip"_qs, u" \r\n\u2029"_qs), std::unexpected(WriteError::invalidName));
+    for (const QString &name :
+         {u""_qs, u" \t\n"_qs, u" .profile"_qs, u"a/b"_qs, u"a:b"_qs, u"evil.desktop\u0000tail"_qs,
+          u"a\tb"_qs, u"a\u007Fb"_qs, u"a\u0085b"_qs, QString(u"a\xD800"_qs) + u'b'})
+        EXPECT_EQ(create(name), std::unexpected(WriteError::invalidName)) << name.toStdString();
     EXPECT_FALSE(QDir(test::homePath() + u"/conflocal"_qs).exists());
 }
 

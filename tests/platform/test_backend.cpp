@@ -9,6 +9,7 @@
 #include <QFile>
 
 #include <cstring>
+#include <optional>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -22,25 +23,16 @@ class ScopedEnvironment
 {
 public:
     ScopedEnvironment(const char *name, const char *value)
-        : m_name(name), m_had(qEnvironmentVariableIsSet(name)), m_old(qgetenv(name))
+        : m_name(name),
+          m_old(qEnvironmentVariableIsSet(name) ? std::optional(qgetenv(name)) : std::nullopt)
     {
-        if (value != nullptr)
-            qputenv(name, value);
-        else
-            qunsetenv(name);
+        value != nullptr ? qputenv(name, value) : qunsetenv(name);
     }
-    ~ScopedEnvironment()
-    {
-        if (m_had)
-            qputenv(m_name, m_old);
-        else
-            qunsetenv(m_name);
-    }
+    ~ScopedEnvironment() { m_old ? qputenv(m_name, *m_old) : qunsetenv(m_name); }
 
 private:
     const char *m_name;
-    bool m_had;
-    QByteArray m_old;
+    std::optional<QByteArray> m_old;
 };
 
 } // namespace

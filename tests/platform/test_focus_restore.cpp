@@ -28,77 +28,58 @@ protected:
         return pids;
     }
 
-    void setFrontmost(std::int64_t pid) { fakes.focus->frontmost = RunningApplication{pid, 0}; }
-    void setThisProcessFrontmost() { setFrontmost(fakes.focus->ownProcessIdentifier); }
+    void captureFrontmost(std::optional<std::int64_t> pid)
+    {
+        fakes.focus->frontmost.reset();
+        if (pid)
+            fakes.focus->frontmost = RunningApplication{*pid, 0};
+        FocusRestore::capture();
+    }
 
     platform::fake::FakePlatform fakes;
 };
 
-} // namespace
-
-TEST_F(FocusRestoreTest, restoreReactivatesTheCapturedApplicationOnce)
+TEST_F(FocusRestoreTest, restoreReactivatesTheCapturedWindowOnceAndNothingWithoutACapture)
 {
+    FocusRestore::restore();
+    EXPECT_TRUE(fakes.focus->activated.isEmpty());
+
     fakes.focus->frontmost = RunningApplication{.processIdentifier = 100, .window = 0x600001};
     FocusRestore::capture();
-    setThisProcessFrontmost();
+    FocusRestore::restore();
     FocusRestore::restore();
     ASSERT_EQ(fakes.focus->activated.size(), 1);
     EXPECT_EQ(fakes.focus->activated.first().processIdentifier, 100);
     EXPECT_EQ(fakes.focus->activated.first().window, 0x600001u);
+}
 
+// A second panel opening over the first, or a moment with no frontmost application, must not
+// make Pindle forget where the user came from; a real other application does replace it.
+TEST_F(FocusRestoreTest, aCaptureOfThisProcessOrOfNothingKeepsTheRememberedApplication)
+{
+    captureFrontmost(100);
+    captureFrontmost(fakes.focus->ownProcessIdentifier);
+    captureFrontmost(std::nullopt);
     FocusRestore::restore();
     EXPECT_EQ(activatedPids(), QList<std::int64_t>{100});
-}
 
-TEST_F(FocusRestoreTest, restoreWithoutCaptureDoesNothing)
-{
-    setFrontmost(100);
+    captureFrontmost(100);
+    captureFrontmost(200);
     FocusRestore::restore();
-    EXPECT_TRUE(fakes.focus->activated.isEmpty());
-}
-
-TEST_F(FocusRestoreTest, thisProcessFrontmostKeepsTheApplicationRememberedFirst)
-{
-    setFrontmost(100);
-    FocusRestore::capture();
-    // The second panel opens over the first.
-    setThisProcessFrontmost();
-    FocusRestore::capture();
-    FocusRestore::restore();
-    EXPECT_EQ(activatedPids(), QList<std::int64_t>{100});
-}
-
-TEST_F(FocusRestoreTest, noFrontmostApplicationKeepsTheRememberedOne)
-{
-    setFrontmost(100);
-    FocusRestore::capture();
-    fakes.focus->frontmost.reset();
-    FocusRestore::capture();
-    FocusRestore::restore();
-    EXPECT_EQ(activatedPids(), QList<std::int64_t>{100});
-}
-
-TEST_F(FocusRestoreTest, laterCaptureReplacesTheEarlierOne)
-{
-    setFrontmost(100);
-    FocusRestore::capture();
-    setFrontmost(200);
-    FocusRestore::capture();
-    FocusRestore::restore();
-    EXPECT_EQ(activatedPids(), QList<std::int64_t>{200});
+    EXPECT_EQ(activatedPids(), (QList<std::int64_t>{100, 200}));
 }
 
 TEST_F(FocusRestoreTest, terminatedApplicationIsNotActivatedUntilReplaced)
 {
-    setFrontmost(100);
-    FocusRestore::capture();
+    captureFrontmost(100);
     fakes.focus->terminated.insert(100);
     FocusRestore::restore();
     FocusRestore::restore();
     EXPECT_TRUE(fakes.focus->activated.isEmpty());
 
-    setFrontmost(200);
-    FocusRestore::capture();
+    captureFrontmost(200);
     FocusRestore::restore();
     EXPECT_EQ(activatedPids(), QList<std::int64_t>{200});
 }
+
+} // namespace

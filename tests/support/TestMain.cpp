@@ -1,5 +1,5 @@
-// Test entry point: a fresh temporary HOME for the process, offscreen Qt unless a test run says
-// otherwise, and the application object the code under test expects.
+// Test entry point: a temporary HOME, emptied before each test case, offscreen Qt unless a test
+// run says otherwise, and the application object the code under test expects.
 
 #ifdef PINDLE_TEST_GUI
 #include <QApplication>
@@ -7,6 +7,8 @@
 #include <QCoreApplication>
 #endif
 #include <QTemporaryDir>
+
+#include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -22,9 +24,11 @@ int main(int argc, char **argv)
     if (!home.isValid())
         return 2;
     setenv("HOME", home.path().toLocal8Bit().constData(), 1);
-    setenv("XDG_DATA_HOME", (home.path() + QStringLiteral("/.local/share")).toLocal8Bit().constData(), 1);
+    setenv("XDG_DATA_HOME",
+           (home.path() + QStringLiteral("/.local/share")).toLocal8Bit().constData(), 1);
 
     testing::InitGoogleTest(&argc, argv);
+    pindle::test::emptyHomeBeforeEachTest();
 #ifdef PINDLE_TEST_GUI
     QApplication app(argc, argv);
 #else

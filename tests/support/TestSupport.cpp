@@ -1,5 +1,7 @@
 #include "support/TestSupport.h"
 
+#include "core/ShortcutURL.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -7,12 +9,52 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <filesystem>
 #include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
 namespace pindle::test {
+
+namespace {
+
+// A test may leave folders it made unreadable, and names that are not UTF-8, which QDir can't
+// remove; they are emptied all the same.
+void makeRemovable(const std::filesystem::path &path)
+{
+    std::error_code error;
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all,
+                                 std::filesystem::perm_options::add, error);
+    for (const auto &entry : std::filesystem::directory_iterator(path, error)) {
+        if (entry.is_directory(error) && !entry.is_symlink(error))
+            makeRemovable(entry.path());
+    }
+}
+
+class EmptyHome : public testing::EmptyTestEventListener
+{
+    void OnTestStart(const testing::TestInfo &) override
+    {
+        const std::filesystem::path home = QFile::encodeName(homePath()).toStdString();
+        makeRemovable(home);
+        std::error_code error;
+        const std::vector<std::filesystem::directory_entry> entries(
+            std::filesystem::directory_iterator(home, error), {});
+        for (const auto &entry : entries) {
+            if (std::filesystem::remove_all(entry.path(), error) == 0 || error)
+                ADD_FAILURE() << "could not remove " << entry.path() << ": " << error.message();
+        }
+        ShortcutURL::clearCaches();
+    }
+};
+
+} // namespace
+
+void emptyHomeBeforeEachTest()
+{
+    testing::UnitTest::GetInstance()->listeners().Append(new EmptyHome);
+}
 
 QString homePath()
 {

@@ -9,7 +9,11 @@
 
 namespace pindle::test {
 
-// The temporary home directory of this test process (HOME points at it).
+// Before each test case, empties HOME and drops the answers the shortcut readers keep, so that
+// every case starts from a fresh folder whether the cases of a program run in one process or
+// in one each. HOME keeps its path: the folder the scan reads is computed from it once.
+void emptyHomeBeforeEachTest();
+// HOME, a temporary folder of this test process.
 QString homePath();
 // $HOME/conflocal/urls, the folder the scan reads.
 QString shortcutFolder();
