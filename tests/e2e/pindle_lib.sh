@@ -115,4 +115,20 @@ pindle_clipboard() { printf '%s' "$1" | xclip -selection clipboard -i >/dev/null
 
 pindle_clipboard_is() { [ "$(xclip -selection clipboard -o 2>/dev/null)" = "$1" ]; }
 
+# pindle_clipboard_once TEXT: offers TEXT as the clipboard for a single read; its owner ends once
+# someone has read it, which pindle_clipboard_was_read tells.
+pindle_clipboard_once() {
+    printf '%s' "$1" >"$E2E_TMP/clipboard-once"
+    e2e_spawn --stdin "$E2E_TMP/clipboard-once" clipboard-once \
+        xclip -selection clipboard -i -loops 1 -quiet
+    PINDLE_CLIPBOARD_PID=$E2E_PID
+    e2e_wait_for 5 grep -qs '^Waiting for' "$E2E_TMP/clipboard-once.out" "$E2E_TMP/clipboard-once.err" ||
+        e2e_fail "xclip did not take the clipboard"
+}
+
+pindle_clipboard_was_read() { ! kill -0 "$PINDLE_CLIPBOARD_PID" 2>/dev/null; }
+
+# True while WINDOW is minimised.
+pindle_is_minimised() { xprop -id "$1" WM_STATE 2>/dev/null | grep -q Iconic; }
+
 pindle_opened() { grep -qxF -- "$1" "$PINDLE_OPENED"; }

@@ -24,13 +24,13 @@ if [ "$1" = kwin ]; then
     geometry=$(wl_kwin_windows_of "$WL_WINDOW_PID")
     e2e_check "a window opens on the output under the pointer ($geometry)" \
         test "$(wl_output_at "${geometry%% *}")" = 1
-    e2e_check "the first window saw its focus go" wl_has_lost_focus first
+    e2e_check "the first window saw its focus go" e2e_wait_for 5 wl_has_lost_focus first
     kill "$WL_WINDOW_PID"
     e2e_check "closing the second window gives the first the focus back" e2e_wait_for 5 wl_has_focus first
     e2e_check "and KWin says so" e2e_wait_for 5 wl_kwin_is_active "$first"
 else
     wl_window second
-    e2e_check "the first window saw its focus go" wl_has_lost_focus first
+    e2e_check "the first window saw its focus go" e2e_wait_for 5 wl_has_lost_focus first
     wl_keys type "to the second" key Return
     e2e_check "typed text follows the focus" e2e_wait_for 5 wl_typed second "to the second"
 fi
