@@ -11,14 +11,18 @@ pindle_start
 
 # Not a web address: the key does nothing at all. Each text is served for one read, so that its
 # owner ending shows Alt+I has read it; the launcher shown after that comes later than the
-# creator would have.
+# creator would have, and the window manager lists its windows in that order.
 for text in "ftp://files.example.com/" "example.com/page" "   "; do
     pindle_clipboard_once "$text"
+    pindle_watch_windows
     xdotool key alt+i
     e2e_wait_for 5 pindle_clipboard_was_read || e2e_fail "Alt+I did not read '$text'"
     pindle_shows alt+u || e2e_fail "Alt+U did not show the launcher after Alt+I with '$text'"
+    launcher=$(printf '0x%x' "$(pindle_visible_windows | head -n1)")
+    e2e_wait_for 5 grep -q "$launcher" "$E2E_TMP/windows.out" || e2e_fail "the launcher was not listed"
+    pindle_stop_watching_windows
     e2e_check "Alt+I with '$text' on the clipboard shows nothing" \
-        test "$(pindle_visible_windows | wc -l)" -eq 1
+        test -z "$(pindle_windows_seen | grep -vx -e "$launcher" -e "$(printf '0x%x' "$editor")")"
     xdotool key Escape
     e2e_wait_for 5 pindle_has_no_panel || e2e_fail "the launcher did not close"
     e2e_wait_active "$editor" 5 || e2e_fail "the editor did not get the focus back"

@@ -110,8 +110,12 @@ pindle_screenshot() {
         e2e_log "note: no screenshot $1"
 }
 
-# pindle_clipboard TEXT: offers TEXT as the clipboard; xclip serves it until replaced.
-pindle_clipboard() { printf '%s' "$1" | xclip -selection clipboard -i >/dev/null 2>&1; }
+# pindle_clipboard TEXT: offers TEXT as the clipboard; xclip serves it until replaced. Returns
+# once it does: xclip may still be taking the clipboard when it returns.
+pindle_clipboard() {
+    printf '%s' "$1" | xclip -selection clipboard -i >/dev/null 2>&1
+    e2e_wait_for 5 pindle_clipboard_is "$(printf '%s' "$1")" || e2e_fail "xclip did not take the clipboard"
+}
 
 pindle_clipboard_is() { [ "$(xclip -selection clipboard -o 2>/dev/null)" = "$1" ]; }
 
@@ -127,6 +131,22 @@ pindle_clipboard_once() {
 }
 
 pindle_clipboard_was_read() { ! kill -0 "$PINDLE_CLIPBOARD_PID" 2>/dev/null; }
+
+# pindle_watch_windows: logs every list of the windows the window manager manages from now on;
+# pindle_windows_seen prints each window in them once, in hex. A panel shown even for a moment
+# is in them. pindle_stop_watching_windows ends the log.
+pindle_watch_windows() {
+    e2e_spawn windows stdbuf -oL xprop -root -spy _NET_CLIENT_LIST
+    PINDLE_WATCH_PID=$E2E_PID
+    e2e_wait_for_line "$E2E_TMP/windows.out" '^_NET_CLIENT_LIST' 5 || e2e_fail "xprop did not start"
+}
+
+pindle_windows_seen() { grep -o '0x[0-9a-f]*' "$E2E_TMP/windows.out" | sort -u; }
+
+pindle_stop_watching_windows() {
+    kill "$PINDLE_WATCH_PID"
+    wait "$PINDLE_WATCH_PID" 2>/dev/null
+}
 
 # True while WINDOW is minimised.
 pindle_is_minimised() { xprop -id "$1" WM_STATE 2>/dev/null | grep -q Iconic; }
