@@ -118,19 +118,6 @@ TEST_F(DelegateLaunching, KeysTheDesktopDoesNotGiveAreReplacedByTheToggleCommand
         << alert->informativeText.toStdString();
 }
 
-TEST_F(DelegateToggles, AltUShowsThenHidesTheLauncherAndRestoresFocus)
-{
-    launch();
-    ASSERT_TRUE(fakes.shortcuts->press(launcherId));
-    EXPECT_TRUE(delegate->launcher()->isVisible());
-    QTest::keyClicks(delegate->launcher()->textField(), u"abc"_qs);
-    ASSERT_TRUE(fakes.shortcuts->press(launcherId));
-    EXPECT_FALSE(delegate->launcher()->isVisible());
-    EXPECT_TRUE(delegate->launcher()->textField()->text().isEmpty());
-    ASSERT_EQ(fakes.focus->activated.size(), 1);
-    EXPECT_EQ(fakes.focus->activated[0].processIdentifier, previousApp);
-}
-
 TEST_F(DelegateToggles, AltIOpensTheCreatorOnlyForAWebAddress)
 {
     launch();
