@@ -17,14 +17,15 @@
 #   - xdg-desktop-portal 1.16 falls back to the KDE backend whatever the desktop, so mutter's
 #     portal gets an empty XDG_DESKTOP_PORTAL_DIR;
 #   - Debian 13 (KWin 6.3, mutter 48, xdg-desktop-portal 1.20): KWin refuses --no-kactivities,
-#     its scripting says windowList/activeWindow for clientList/activeClient, and it gives the
-#     focus to no window when a panel closes after opening an address;
+#     its scripting says windowList/activeWindow for clientList/activeClient, it gives the
+#     focus to no window when a panel closes after opening an address, and it cancels a
+#     selection set without the serial of an input event while another client's stands;
 #   - KDE's portal runs xdg-open itself while binding shortcuts: a logging xdg-open sees both;
 #   - a Wayland client cannot ask which window has the focus: KWin answers through its scripting
 #     D-Bus interface (print() lands in its log with kwin_scripting.debug on), and on mutter the
 #     test window (wayland_window) logs its own focus changes.
 #
-# WL_TOOLS names the folder of wayland_keys and wayland_window.
+# WL_TOOLS names the folder of wayland_keys, wayland_window and wayland_hung_owner.
 
 : "${WL_TOOLS:?WL_TOOLS must name the folder of wayland_keys and wayland_window}"
 WL_COMPOSITOR=
@@ -193,3 +194,7 @@ wl_has_lost_focus() { ! wl_has_focus "$1"; }
 # wl_typed TITLE TEXT: true when the test window got a line holding TEXT (keys that reached it
 # while a test waited for a hot key to be bound may come first).
 wl_typed() { grep '^typed ' "$E2E_TMP/$1.log" | grep -qF -- "$2"; }
+
+# wl_clipboard_offers TYPE: true when the clipboard's owner offers TYPE; the list comes from the
+# compositor, so an owner that hangs once asked for data is never asked.
+wl_clipboard_offers() { timeout 5 wl-paste --list-types 2>/dev/null | grep -qxF -- "$1"; }

@@ -1,12 +1,20 @@
-// A native Wayland window that takes the clipboard once it has the focus and then hangs when
-// anyone asks for the text, as a stuck program would:
+// A native Wayland window that takes the clipboard on Ctrl+C and then hangs when anyone asks for
+// the text, as a stuck program would:
 //
 //     wayland_hung_owner LOG
 //
-// LOG gets "owns" once the clipboard is set and "asked TYPE" when a reader asks, flushed at once.
+// LOG gets "focus in" once the window has the keyboard, "copied" once Ctrl+C has set the
+// clipboard and "asked TYPE" when a reader asks, flushed at once. The clipboard also offers
+// hungOwnerType, by which a reader that never asks for data (wl-paste --list-types) can tell that
+// the compositor took this window's selection.
+//
+// The copy answers a key press because a compositor takes a selection only with the serial of
+// the input that caused it: KWin 6 cancels one set with no such serial (Qt then sends 0) while
+// another client's selection stands.
 
 #include <QClipboard>
 #include <QGuiApplication>
+#include <QKeyEvent>
 #include <QMimeData>
 #include <QPainter>
 #include <QRasterWindow>
@@ -16,20 +24,28 @@
 
 namespace {
 
+constexpr const char *hungOwnerType = "application/x-pindle-test-hung-owner";
+
+void writeLine(FILE *log, const char *line)
+{
+    std::fprintf(log, "%s\n", line);
+    std::fflush(log);
+}
+
 class HungMimeData : public QMimeData
 {
 public:
     explicit HungMimeData(FILE *log) : m_log(log) {}
     QStringList formats() const override
     {
-        return {QStringLiteral("text/plain;charset=utf-8"), QStringLiteral("text/plain")};
+        return {QStringLiteral("text/plain;charset=utf-8"), QStringLiteral("text/plain"),
+                QString::fromLatin1(hungOwnerType)};
     }
 
 protected:
     QVariant retrieveData(const QString &type, QMetaType) const override
     {
-        std::fprintf(m_log, "asked %s\n", qPrintable(type));
-        std::fflush(m_log);
+        writeLine(m_log, qPrintable(QStringLiteral("asked ") + type));
         for (;;)
             pause();
     }
@@ -40,11 +56,25 @@ private:
 
 class Window : public QRasterWindow
 {
+public:
+    explicit Window(FILE *log) : m_log(log) {}
+
 protected:
     void paintEvent(QPaintEvent *) override
     {
         QPainter(this).fillRect(QRect(QPoint(), size()), Qt::darkCyan);
     }
+    void focusInEvent(QFocusEvent *) override { writeLine(m_log, "focus in"); }
+    void keyPressEvent(QKeyEvent *event) override
+    {
+        if (!event->matches(QKeySequence::Copy))
+            return;
+        QGuiApplication::clipboard()->setMimeData(new HungMimeData(m_log));
+        writeLine(m_log, "copied");
+    }
+
+private:
+    FILE *m_log;
 };
 
 } // namespace
@@ -61,16 +91,8 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "wayland_hung_owner: cannot write %s\n", argv[1]);
         return 1;
     }
-    Window window;
+    Window window(log);
     window.resize(300, 100);
-    // Only a focused client may set the selection.
-    QObject::connect(&app, &QGuiApplication::focusWindowChanged, [log](QWindow *focused) {
-        if (focused == nullptr || QGuiApplication::clipboard()->ownsClipboard())
-            return;
-        QGuiApplication::clipboard()->setMimeData(new HungMimeData(log));
-        std::fprintf(log, "owns\n");
-        std::fflush(log);
-    });
     window.show();
     return app.exec();
 }
