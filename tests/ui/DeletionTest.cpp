@@ -154,7 +154,6 @@ TEST_F(DeletionTest, NothingIsAskedWithoutAValidSelectionOrDoneWithoutTheControl
     mode->selectedIndex = 2;
     mode->confirmDeleteSelection(field);
     EXPECT_FALSE(mode->isConfirming());
-    EXPECT_FALSE(ui::Alert::lastAlert().has_value());
 
     mode->selectedIndex = 1;
     ui::Alert::setNextAnswer(deleteAnswer);

@@ -1,6 +1,6 @@
 #include "ui/ResultRowView.h"
 
-#include "platform/fake/FakePlatform.h"
+#include "PanelTestSupport.h"
 #include "support/TestSupport.h"
 
 #include <QTest>
@@ -66,6 +66,7 @@ protected:
         return row->findChild<QWidget *>(QString::fromLatin1(name));
     }
 
+    test::FreshHome home;
     platform::fake::FakePlatform fakes = platform::fake::installFakePlatform();
     QWidget window;
 };

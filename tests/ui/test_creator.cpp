@@ -1,7 +1,7 @@
 // The creator driven through its two real fields: URL matches, name matches, adopting a listed
 // name, saving, and what Escape, Tab and the arrows do.
 
-#include "test_launcher_support.h"
+#include "PanelTestSupport.h"
 
 #include "core/FileIndex.h"
 #include "core/ShortcutURL.h"
@@ -64,6 +64,7 @@ protected:
         return test::shortcutFolder() + QLatin1Char('/') + name + QStringLiteral(".webloc");
     }
 
+    test::FreshHome home;
     platform::fake::FakePlatform fakes;
     std::unique_ptr<ui::CreatorController> creator;
 };

@@ -1,6 +1,6 @@
 // The launcher driven through its real search field: what each key does in each state.
 
-#include "test_launcher_support.h"
+#include "PanelTestSupport.h"
 
 #include "core/FileIndex.h"
 #include "core/ShortcutURL.h"
@@ -58,6 +58,7 @@ protected:
     }
     qsizetype activations() const { return fakes.focus->activated.size(); }
 
+    test::FreshHome home;
     platform::fake::FakePlatform fakes;
     std::unique_ptr<ui::LauncherController> launcher;
     QString newsPath;
@@ -121,7 +122,7 @@ TEST_F(LauncherSearching, BlankQueryShowsNothingAndNoKeyActsOnARow)
     key(Qt::Key_Delete, Qt::ControlModifier);
     EXPECT_TRUE(fakes.workspace->opened.isEmpty());
     EXPECT_FALSE(fakes.pasteboard->text.has_value());
-    EXPECT_FALSE(ui::Alert::lastAlert().has_value());
+    EXPECT_FALSE(launcher->isConfirming());
     EXPECT_TRUE(launcher->isVisible());
     // Up and Down are taken by the list, never by the field's cursor.
     EXPECT_EQ(field()->text(), QStringLiteral("   "));
@@ -227,6 +228,28 @@ TEST_F(LauncherCopying, ControlCAndSuperCCopyTheTargetAndRestoreFocus)
     EXPECT_EQ(fakes.pasteboard->clears, 2);
 }
 
+TEST_F(LauncherCopying, ChordsThatAreNoActionTypeNothingButStillEdit)
+{
+    // Super and Ctrl chords carry their letter as text; none of it may land in the query.
+    for (const Qt::KeyboardModifiers chord :
+         {Qt::KeyboardModifiers(Qt::MetaModifier), Qt::MetaModifier | Qt::ShiftModifier,
+          Qt::ControlModifier | Qt::AltModifier, Qt::MetaModifier | Qt::AltModifier}) {
+        for (const Qt::Key letter : {Qt::Key_C, Qt::Key_X, Qt::Key_Q})
+            key(letter, chord);
+    }
+    EXPECT_EQ(field()->text(), QString());
+    EXPECT_FALSE(fakes.pasteboard->text.has_value());
+    EXPECT_TRUE(launcher->isVisible());
+
+    type(QStringLiteral("docs"));
+    key(Qt::Key_A, Qt::ControlModifier);
+    key(Qt::Key_X, Qt::ControlModifier);
+    EXPECT_EQ(field()->text(), QString());
+    key(Qt::Key_V, Qt::ControlModifier);
+    EXPECT_EQ(field()->text(), QStringLiteral("docs"));
+    EXPECT_EQ(launcher->results.size(), 1);
+}
+
 TEST_F(LauncherCopying, ShortcutWithoutReadableTargetCopiesItsPath)
 {
     type(QStringLiteral("broken"));
@@ -276,7 +299,7 @@ TEST_F(LauncherDeleting, ControlDeleteAsksAndMovesTheSelectedFileToTheTrash)
     type(QStringLiteral("docs"));
     ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
     key(Qt::Key_Delete, Qt::ControlModifier);
-    ASSERT_TRUE(ui::Alert::lastAlert().has_value());
+    ASSERT_TRUE(launcher->isConfirming());
     EXPECT_EQ(ui::Alert::lastAlert()->messageText, QStringLiteral("Delete \u201cDocs\u201d?"));
     EXPECT_EQ(field()->text(), QStringLiteral("docs"));
 
@@ -351,7 +374,7 @@ TEST_F(LauncherScanning, ControlDeleteWaitsForTheListAndDeletesFromIt)
     type(QStringLiteral("newsl"));
     ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
     key(Qt::Key_Delete, Qt::ControlModifier);
-    EXPECT_FALSE(ui::Alert::lastAlert().has_value());
+    EXPECT_FALSE(launcher->isConfirming());
     EXPECT_EQ(field()->text(), QStringLiteral("newsl"));
 
     launcher->waitForFiles();

@@ -1,10 +1,41 @@
-#include "test_launcher_support.h"
+#include "PanelTestSupport.h"
 
 #include "support/TestSupport.h"
 
 #include <QApplication>
+#include <QDir>
+#include <QLabel>
+
+#include <gtest/gtest.h>
 
 namespace pindle::test {
+
+FreshHome::FreshHome()
+{
+    QDir home(homePath());
+    for (const QString &entry :
+         home.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot)) {
+        const QString path = home.filePath(entry);
+        EXPECT_TRUE(QFileInfo(path).isDir() && !QFileInfo(path).isSymLink()
+                        ? QDir(path).removeRecursively()
+                        : QFile::remove(path))
+            << path.toStdString();
+    }
+}
+
+IndexedFile fileNamed(const QString &name)
+{
+    return {QUrl::fromLocalFile(QStringLiteral("/nowhere/") + name + QStringLiteral(".webloc")),
+            name};
+}
+
+QList<ScoredFile> scoredFiles(int count)
+{
+    QList<ScoredFile> results;
+    for (int i = 0; i < count; ++i)
+        results.append({fileNamed(QStringLiteral("Shortcut %1").arg(i)), 0, {}});
+    return results;
+}
 
 QStringList visibleLabelTexts(const QWidget *widget)
 {
