@@ -276,13 +276,6 @@ QList<ResultRowView::TitleRange> ResultRowView::matchedRanges(const QString &tit
 }
 
 QList<QTextLayout::FormatRange> ResultRowView::attributedTitle(const QString &title,
-                                                               const QList<qsizetype> &matched,
-                                                               const QPalette &palette)
-{
-    return attributedTitle(title, matchedRanges(title, matched), palette);
-}
-
-QList<QTextLayout::FormatRange> ResultRowView::attributedTitle(const QString &title,
                                                                const QList<TitleRange> &ranges,
                                                                const QPalette &palette)
 {

@@ -12,15 +12,7 @@ namespace pindle::test {
 
 FreshHome::FreshHome()
 {
-    QDir home(homePath());
-    for (const QString &entry :
-         home.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot)) {
-        const QString path = home.filePath(entry);
-        EXPECT_TRUE(QFileInfo(path).isDir() && !QFileInfo(path).isSymLink()
-                        ? QDir(path).removeRecursively()
-                        : QFile::remove(path))
-            << path.toStdString();
-    }
+    EXPECT_TRUE(QDir(homePath()).removeRecursively() && QDir().mkpath(homePath()));
 }
 
 IndexedFile fileNamed(const QString &name)

@@ -78,8 +78,6 @@ TEST_F(LauncherShowing, OpensOnTheScannedFolderWithAnEmptyFocusedField)
     EXPECT_TRUE(launcher->isVisible());
     EXPECT_EQ(launcher->files.size(), 5);
     EXPECT_TRUE(field()->text().isEmpty());
-    EXPECT_EQ(field()->placeholderText(), QStringLiteral("Pindle to:"));
-    EXPECT_EQ(field()->font().pixelSize(), 24);
     EXPECT_TRUE(launcher->results.isEmpty());
     EXPECT_EQ(launcher->selectedIndex, -1);
     EXPECT_EQ(launcher->panel()->focusWidget(), field());
@@ -98,15 +96,6 @@ TEST_F(LauncherShowing, RescansTheFolderEachTimeAndListsAtMostEight)
     type(QStringLiteral("site"));
     EXPECT_EQ(launcher->results.size(), 8);
     EXPECT_EQ(launcher->rowViews.size(), 8);
-}
-
-TEST_F(LauncherSearching, TypingListsMatchesWithTheFirstSelected)
-{
-    type(QStringLiteral("docs"));
-    ASSERT_EQ(launcher->results.size(), 1);
-    EXPECT_EQ(launcher->results[0].file.displayName, QStringLiteral("Docs"));
-    EXPECT_EQ(launcher->selectedIndex, 0);
-    ASSERT_EQ(launcher->rowViews.size(), 1);
 }
 
 TEST_F(LauncherSearching, BlankQueryShowsNothingAndNoKeyActsOnARow)
@@ -128,11 +117,12 @@ TEST_F(LauncherSearching, BlankQueryShowsNothingAndNoKeyActsOnARow)
     EXPECT_EQ(field()->text(), QStringLiteral("   "));
 }
 
-TEST_F(LauncherSearching, SelectionStopsAtBothEndsOfTheList)
+TEST_F(LauncherSearching, TheFirstMatchIsSelectedAndTheSelectionStopsAtBothEnds)
 {
     type(QStringLiteral("n"));
     const qsizetype count = launcher->results.size();
     ASSERT_GE(count, 3);
+    EXPECT_EQ(launcher->selectedIndex, 0);
     key(Qt::Key_Up);
     EXPECT_EQ(launcher->selectedIndex, 0);
     for (qsizetype i = 0; i < count + 2; ++i)
@@ -268,12 +258,9 @@ TEST_F(LauncherCopying, ChordsWithMoreModifiersAreLeftAlone)
             QStringLiteral("\x03"));
     EXPECT_FALSE(fakes.pasteboard->text.has_value());
     EXPECT_TRUE(launcher->isVisible());
-    EXPECT_EQ(activations(), 0);
+    EXPECT_EQ(field()->text(), QStringLiteral("docs"));
 
-    // The same X state without the Lock bit is the copy chord. (Alt+C typed a "c" or two
-    // into the query on the way: start it afresh.)
-    key(Qt::Key_Escape);
-    type(QStringLiteral("docs"));
+    // The same X state without the Lock bit is the copy chord.
     sendKey(field(), Qt::Key_C, Qt::ControlModifier, xControlMask, QStringLiteral("\x03"));
     EXPECT_EQ(fakes.pasteboard->text, QStringLiteral("https://docs.example.com/"));
 }
@@ -294,11 +281,11 @@ TEST_F(LauncherDeleting, DeleteThatIsNoChordOnARowEditsTheQuery)
     EXPECT_FALSE(QApplication::activeModalWidget());
 }
 
-TEST_F(LauncherDeleting, ControlDeleteAsksAndMovesTheSelectedFileToTheTrash)
+TEST_F(LauncherDeleting, ControlDeleteWithShiftTooAsksAndMovesTheSelectedFileToTheTrash)
 {
     type(QStringLiteral("docs"));
     ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
-    key(Qt::Key_Delete, Qt::ControlModifier);
+    key(Qt::Key_Delete, Qt::ControlModifier | Qt::ShiftModifier);
     ASSERT_TRUE(launcher->isConfirming());
     EXPECT_EQ(ui::Alert::lastAlert()->messageText, QStringLiteral("Delete \u201cDocs\u201d?"));
     EXPECT_EQ(field()->text(), QStringLiteral("docs"));
