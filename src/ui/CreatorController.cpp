@@ -187,7 +187,7 @@ std::span<const KeyBinding> CreatorController::keyBindings() const
     return creatorKeys;
 }
 
-bool CreatorController::perform(KeyAction action, CommandField *field, const QKeyEvent &event)
+bool CreatorController::perform(KeyAction action, CommandField *field)
 {
     switch (action) {
     case KeyAction::submit:
@@ -213,7 +213,7 @@ bool CreatorController::perform(KeyAction action, CommandField *field, const QKe
         move(1, true);
         return true;
     default:
-        return PanelController::perform(action, field, event);
+        return PanelController::perform(action, field);
     }
 }
 

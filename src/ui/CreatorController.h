@@ -40,7 +40,7 @@ protected:
     void filesScanned() override;
     bool isAwaitingList() const override;
     std::span<const KeyBinding> keyBindings() const override;
-    bool perform(KeyAction action, CommandField *field, const QKeyEvent &event) override;
+    bool perform(KeyAction action, CommandField *field) override;
 
 private:
     using PanelController::show;

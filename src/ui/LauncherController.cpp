@@ -128,7 +128,7 @@ std::span<const KeyBinding> LauncherController::keyBindings() const
     return launcherKeys;
 }
 
-bool LauncherController::perform(KeyAction action, CommandField *field, const QKeyEvent &event)
+bool LauncherController::perform(KeyAction action, CommandField *field)
 {
     switch (action) {
     case KeyAction::submit:
@@ -156,7 +156,7 @@ bool LauncherController::perform(KeyAction action, CommandField *field, const QK
         move(1, false);
         return true;
     default:
-        return PanelController::perform(action, field, event);
+        return PanelController::perform(action, field);
     }
 }
 

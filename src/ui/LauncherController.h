@@ -28,7 +28,7 @@ public:
 
 protected:
     std::span<const KeyBinding> keyBindings() const override;
-    bool perform(KeyAction action, CommandField *field, const QKeyEvent &event) override;
+    bool perform(KeyAction action, CommandField *field) override;
 
 private:
     void open(qsizetype index);

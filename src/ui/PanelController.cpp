@@ -9,6 +9,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPainter>
+#include <QPointer>
 #include <QScopedValueRollback>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -204,10 +205,10 @@ bool PanelController::keyPressed(CommandField *field, const QKeyEvent &event)
             return true;
         }
     }
-    return binding != nullptr && perform(binding->action, field, event);
+    return binding != nullptr && perform(binding->action, field);
 }
 
-bool PanelController::perform(KeyAction action, CommandField *field, const QKeyEvent &)
+bool PanelController::perform(KeyAction action, CommandField *field)
 {
     switch (action) {
     case KeyAction::deleteRow:

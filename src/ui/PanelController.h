@@ -84,9 +84,9 @@ protected:
     void attachField(CommandField *field);
     // The mode's keys. The panel asks for them for every key press in one of its fields.
     virtual std::span<const KeyBinding> keyBindings() const { return {}; }
-    // Does what the key pressed in field asks; false leaves the key to the field's editing.
-    // The panel does the two deletions alike for both modes.
-    virtual bool perform(KeyAction action, CommandField *field, const QKeyEvent &event);
+    // Does what a key pressed in field asks; false leaves the key to the field's editing. Both
+    // deletions are done here, alike for both modes; a mode performs the rest.
+    virtual bool perform(KeyAction action, CommandField *field);
     // The presentation steps every mode ends its showing with: capture the frontmost
     // application, place the panel, activate, make it key. The mode then focuses its field.
     void present();
