@@ -111,19 +111,6 @@ TEST_F(PanelTest, ScreenUnderMouseUsesTheUnflippedEdgeRule)
     EXPECT_EQ(placedX(QPointF(0, 450)), 390); // no screen at all: left where it was
 }
 
-TEST_F(PanelTest, PresentingCapturesPlacesActivatesAndShows)
-{
-    fakes.focus->frontmost = platform::RunningApplication{77, 5};
-    mode->present();
-    EXPECT_TRUE(mode->isVisible());
-    EXPECT_EQ(mode->panel()->frame(), QRectF(390, 625, 660, 58));
-    EXPECT_EQ(fakes.application->activations, 1);
-    EXPECT_EQ(fakes.application->keyWindows, QList<QWindow *>{mode->panel()->windowHandle()});
-    mode->hide(true);
-    EXPECT_FALSE(mode->isVisible());
-    EXPECT_EQ(fakes.focus->activated.size(), 1);
-}
-
 TEST_F(PanelTest, AMessageReplacesTheRowsAndItsLabelOutlivesThem)
 {
     mode->results = scoredFiles(3);

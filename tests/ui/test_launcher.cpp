@@ -82,6 +82,7 @@ TEST_F(LauncherShowing, OpensOnTheScannedFolderWithAnEmptyFocusedField)
     EXPECT_EQ(launcher->selectedIndex, -1);
     EXPECT_EQ(launcher->panel()->focusWidget(), field());
     EXPECT_EQ(fakes.application->activations, 1);
+    EXPECT_EQ(fakes.application->keyWindows, QList<QWindow *>{launcher->panel()->windowHandle()});
 }
 
 TEST_F(LauncherShowing, RescansTheFolderEachTimeAndListsAtMostEight)
