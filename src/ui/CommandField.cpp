@@ -3,43 +3,8 @@
 #include <QKeyEvent>
 
 #include <limits>
-#include <optional>
 
 namespace pindle::ui {
-namespace {
-
-const QKeyEvent *g_currentEvent = nullptr;
-
-std::optional<TextCommand> commandFor(const QKeyEvent *event)
-{
-    switch (event->key()) {
-    case Qt::Key_Return:
-    case Qt::Key_Enter:
-        return TextCommand::insertNewline;
-    case Qt::Key_Escape:
-        return TextCommand::cancelOperation;
-    case Qt::Key_Delete:
-        return TextCommand::deleteForward;
-    case Qt::Key_Up:
-        return TextCommand::moveUp;
-    case Qt::Key_Down:
-        return TextCommand::moveDown;
-    default:
-        return std::nullopt;
-    }
-}
-
-} // namespace
-
-CurrentEventScope::CurrentEventScope(const QKeyEvent *event) : m_previous(g_currentEvent)
-{
-    g_currentEvent = event;
-}
-
-CurrentEventScope::~CurrentEventScope()
-{
-    g_currentEvent = m_previous;
-}
 
 CommandField::CommandField(QWidget *parent) : QLineEdit(parent)
 {
@@ -54,27 +19,23 @@ CommandField::CommandField(QWidget *parent) : QLineEdit(parent)
     setMaxLength(std::numeric_limits<int>::max());
 }
 
-const QKeyEvent *CommandField::currentEvent()
-{
-    return g_currentEvent;
-}
-
 void CommandField::keyPressEvent(QKeyEvent *event)
 {
-    const CurrentEventScope scope(event);
-    if (const auto command = commandFor(event); command && onCommand) {
-        if (onCommand(this, *command)) {
-            event->accept();
-            return;
-        }
-        // Forward delete not taken by the mode removes one character whatever modifiers are
-        // held, as on the desktops shortcut files come from; Qt would take a word with Ctrl, or
-        // cut with Shift.
-        if (*command == TextCommand::deleteForward) {
-            del();
-            event->accept();
-            return;
-        }
+    if (onKey && onKey(this, *event)) {
+        event->accept();
+        return;
+    }
+    // A Ctrl or Super chord is a command, never typing: the key events carry the letter as
+    // text, and a line edit would insert it for Super (and for Ctrl with Alt). The field's own
+    // commands (select all, cut, paste, undo, word moves) go by key, so they still work.
+    if ((event->modifiers() & (Qt::ControlModifier | Qt::MetaModifier)) &&
+        !event->text().isEmpty()) {
+        QKeyEvent command(event->type(), event->key(), event->modifiers(), event->nativeScanCode(),
+                          event->nativeVirtualKey(), event->nativeModifiers(), QString(),
+                          event->isAutoRepeat(), event->count(), event->device());
+        QLineEdit::keyPressEvent(&command);
+        event->setAccepted(command.isAccepted());
+        return;
     }
     QLineEdit::keyPressEvent(event);
 }

@@ -19,6 +19,20 @@ constexpr int urlFontPixels = 13;
 constexpr int fieldMargin = 18;
 constexpr int fieldInset = 12;
 
+using Match = KeyBinding::Match;
+
+// Return, Escape, forward delete and the arrows whatever else is held. Only the arrows wait for
+// the list: Return with no row selected saves, and every refresh leaves no row selected.
+constexpr KeyBinding creatorKeys[] = {
+    {Qt::Key_Return, Qt::NoModifier, Match::atLeast, KeyAction::submit, false},
+    {Qt::Key_Enter, Qt::NoModifier, Match::atLeast, KeyAction::submit, false},
+    {Qt::Key_Escape, Qt::NoModifier, Match::atLeast, KeyAction::cancel, false},
+    {Qt::Key_Delete, Qt::ControlModifier, Match::atLeast, KeyAction::deleteRow, false},
+    {Qt::Key_Delete, Qt::NoModifier, Match::atLeast, KeyAction::deleteForward, false},
+    {Qt::Key_Up, Qt::NoModifier, Match::atLeast, KeyAction::moveUp, true},
+    {Qt::Key_Down, Qt::NoModifier, Match::atLeast, KeyAction::moveDown, true},
+};
+
 } // namespace
 
 CreatorController::CreatorController(QWidget *header, double headerHeight)
@@ -168,16 +182,21 @@ void CreatorController::attemptCreate()
     hide(true);
 }
 
-bool CreatorController::doCommand(CommandField *field, TextCommand command)
+std::span<const KeyBinding> CreatorController::keyBindings() const
 {
-    switch (command) {
-    case TextCommand::insertNewline:
+    return creatorKeys;
+}
+
+bool CreatorController::perform(KeyAction action, CommandField *field)
+{
+    switch (action) {
+    case KeyAction::submit:
         if (selectedIndex < 0)
             attemptCreate();
         else
             adoptName(selectedIndex);
         return true;
-    case TextCommand::cancelOperation:
+    case KeyAction::cancel:
         if (field->text().isEmpty()) {
             hide(true);
         } else {
@@ -187,8 +206,14 @@ bool CreatorController::doCommand(CommandField *field, TextCommand command)
                 updateResults();
         }
         return true;
+    case KeyAction::moveUp:
+        move(-1, true);
+        return true;
+    case KeyAction::moveDown:
+        move(1, true);
+        return true;
     default:
-        return handleListCommand(field, command, true);
+        return PanelController::perform(action, field);
     }
 }
 

@@ -39,6 +39,8 @@ public:
 protected:
     void filesScanned() override;
     bool isAwaitingList() const override;
+    std::span<const KeyBinding> keyBindings() const override;
+    bool perform(KeyAction action, CommandField *field) override;
 
 private:
     using PanelController::show;
@@ -48,7 +50,6 @@ private:
     CommandField *makeField(const QString &placeholder, int fontPixels, const QColor &color);
     void adoptName(qsizetype index);
     void attemptCreate();
-    bool doCommand(CommandField *field, TextCommand command) override;
 
     CommandField *m_nameField = nullptr;
     CommandField *m_urlField = nullptr;

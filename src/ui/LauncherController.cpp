@@ -8,7 +8,6 @@
 #include <QDir>
 #include <QFont>
 #include <QHBoxLayout>
-#include <QKeyEvent>
 
 namespace pindle::ui {
 namespace {
@@ -17,23 +16,21 @@ constexpr qsizetype resultLimit = 8;
 constexpr int fieldFontPixels = 24;
 constexpr int fieldMargin = 18;
 
-// X's Lock bit in a key event's state: Qt folds Caps Lock into no modifier of its own.
-constexpr quint32 capsLockMask = 0x2;
+using Match = KeyBinding::Match;
 
-// Ctrl-C or Super-C with nothing else held. Caps Lock counts as held, so a chord typed with it
-// on is left alone, like one that also carries Shift or Alt.
-bool isCopyChord(const QKeyEvent *event)
-{
-    if (event->key() != Qt::Key_C)
-        return false;
-    if ((event->nativeModifiers() & capsLockMask) != 0)
-        return false;
-    const Qt::KeyboardModifiers relevant = Qt::ShiftModifier | Qt::ControlModifier |
-                                           Qt::AltModifier | Qt::MetaModifier | Qt::KeypadModifier |
-                                           Qt::GroupSwitchModifier;
-    const Qt::KeyboardModifiers held = event->modifiers() & relevant;
-    return held == Qt::ControlModifier || held == Qt::MetaModifier;
-}
+// Return, Escape, forward delete and the arrows whatever else is held; Ctrl-C or Super-C with
+// nothing else held (Caps Lock counts), so a chord with Shift or Alt is left to the field.
+constexpr KeyBinding launcherKeys[] = {
+    {Qt::Key_Return, Qt::NoModifier, Match::atLeast, KeyAction::submit, true},
+    {Qt::Key_Enter, Qt::NoModifier, Match::atLeast, KeyAction::submit, true},
+    {Qt::Key_Escape, Qt::NoModifier, Match::atLeast, KeyAction::cancel, false},
+    {Qt::Key_C, Qt::ControlModifier, Match::exactly, KeyAction::copy, true},
+    {Qt::Key_C, Qt::MetaModifier, Match::exactly, KeyAction::copy, true},
+    {Qt::Key_Delete, Qt::ControlModifier, Match::atLeast, KeyAction::deleteRow, true},
+    {Qt::Key_Delete, Qt::NoModifier, Match::atLeast, KeyAction::deleteForward, false},
+    {Qt::Key_Up, Qt::NoModifier, Match::atLeast, KeyAction::moveUp, true},
+    {Qt::Key_Down, Qt::NoModifier, Match::atLeast, KeyAction::moveDown, true},
+};
 
 } // namespace
 
@@ -101,29 +98,6 @@ void LauncherController::updateResults()
     renderRows(std::nullopt);
 }
 
-bool LauncherController::handleKeyEquivalent(QKeyEvent *event)
-{
-    if (!isVisible() || selectedIndex < 0)
-        return false;
-    if (!isCopyChord(event))
-        return false;
-    copyURL(selectedIndex);
-    return true;
-}
-
-bool LauncherController::actsOnList(const QKeyEvent *event) const
-{
-    switch (event->key()) {
-    case Qt::Key_Return:
-    case Qt::Key_Enter:
-        return true;
-    case Qt::Key_Delete:
-        return event->modifiers().testFlag(Qt::ControlModifier);
-    default:
-        return isCopyChord(event) || PanelController::actsOnList(event);
-    }
-}
-
 void LauncherController::open(qsizetype index)
 {
     if (index < 0 || index >= results.size())
@@ -149,13 +123,18 @@ void LauncherController::copyURL(qsizetype index)
     hide(true);
 }
 
-bool LauncherController::doCommand(CommandField *field, TextCommand command)
+std::span<const KeyBinding> LauncherController::keyBindings() const
 {
-    switch (command) {
-    case TextCommand::insertNewline:
+    return launcherKeys;
+}
+
+bool LauncherController::perform(KeyAction action, CommandField *field)
+{
+    switch (action) {
+    case KeyAction::submit:
         open(selectedIndex);
         return true;
-    case TextCommand::cancelOperation:
+    case KeyAction::cancel:
         if (!field->text().isEmpty()) {
             field->clear();
             updateResults();
@@ -163,8 +142,21 @@ bool LauncherController::doCommand(CommandField *field, TextCommand command)
             hide(true);
         }
         return true;
+    case KeyAction::copy:
+        // With no row there is nothing of ours to copy: the field copies its selected text, if
+        // any, and types nothing.
+        if (selectedIndex < 0)
+            return false;
+        copyURL(selectedIndex);
+        return true;
+    case KeyAction::moveUp:
+        move(-1, false);
+        return true;
+    case KeyAction::moveDown:
+        move(1, false);
+        return true;
     default:
-        return handleListCommand(field, command, false);
+        return PanelController::perform(action, field);
     }
 }
 

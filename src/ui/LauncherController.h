@@ -25,15 +25,14 @@ public:
     void hide(bool restoringFocus) override;
     void rowClicked(qsizetype index) override;
     void updateResults() override;
-    bool handleKeyEquivalent(QKeyEvent *event) override;
 
 protected:
-    bool actsOnList(const QKeyEvent *event) const override;
+    std::span<const KeyBinding> keyBindings() const override;
+    bool perform(KeyAction action, CommandField *field) override;
 
 private:
     void open(qsizetype index);
     void copyURL(qsizetype index);
-    bool doCommand(CommandField *field, TextCommand command) override;
 
     CommandField *m_textField = nullptr;
 };

@@ -1,18 +1,15 @@
 #include "ui/PanelController.h"
 
 #include "platform/FocusRestore.h"
-#include "ui/Alert.h"
-#include "ui/CommandField.h"
+#include "ui/Palette.h"
 #include "ui/ResultRowView.h"
 
 #include <QApplication>
-#include <QCoreApplication>
 #include <QFrame>
 #include <QHBoxLayout>
-#include <QKeyEvent>
 #include <QLabel>
 #include <QPainter>
-#include <QPainterPath>
+#include <QPointer>
 #include <QScopedValueRollback>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -20,8 +17,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
-#include <utility>
 
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -31,7 +26,6 @@ namespace pindle::ui {
 namespace {
 
 constexpr double panelWidth = 660;
-constexpr double cornerRadius = 12;
 constexpr double separatorHeight = 1;
 constexpr int listInset = 6;
 constexpr double rowHeight = 50;
@@ -45,53 +39,12 @@ constexpr double topOffsetShare = -0.22;
 // touch the window.
 constexpr double resizeTolerance = 0.5;
 
-bool isDark(const QPalette &palette)
-{
-    return palette.color(QPalette::Window).lightness() < 128;
-}
-
-// Whether something blends translucent windows with what lies behind them. Without it the panel
-// stays opaque and cuts its corners with a mask.
-bool compositorRuns()
-{
-    platform::Application *application = platform::services().application.get();
-    return application != nullptr && application->isCompositing();
-}
-
-// Pressing a modifier on its own is no key equivalent, though the press carries its own flag.
-bool isModifierKey(int key)
-{
-    switch (key) {
-    case Qt::Key_Shift:
-    case Qt::Key_Control:
-    case Qt::Key_Meta:
-    case Qt::Key_Alt:
-    case Qt::Key_AltGr:
-    case Qt::Key_CapsLock:
-    case Qt::Key_NumLock:
-    case Qt::Key_Super_L:
-    case Qt::Key_Super_R:
-    case Qt::Key_Hyper_L:
-    case Qt::Key_Hyper_R:
-        return true;
-    default:
-        return false;
-    }
-}
-
 // A point on a frame's left or top edge is inside it, one on its right or bottom edge outside, so
 // that side-by-side screens never both claim the pointer.
 bool mouseInRect(const QPointF &point, const QRectF &rect)
 {
     return point.x() >= rect.x() && point.x() < rect.x() + rect.width() && point.y() > rect.y() &&
            point.y() <= rect.y() + rect.height();
-}
-
-QPainterPath roundedOutline(const QRectF &rect, double radius = cornerRadius)
-{
-    QPainterPath path;
-    path.addRoundedRect(rect, radius, radius);
-    return path;
 }
 
 // The hairline between the header and the list, drawn in a thin shade of the text colour so it
@@ -118,100 +71,6 @@ protected:
 
 } // namespace
 
-// ---- KeyablePanel
-
-KeyablePanel::KeyablePanel(QWidget *parent) : QWidget(parent)
-{
-    setObjectName(QStringLiteral("panel"));
-    setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
-    setWindowTitle(QApplication::applicationDisplayName());
-    m_isTranslucent = compositorRuns();
-    if (m_isTranslucent)
-        setAttribute(Qt::WA_TranslucentBackground);
-    // Key presses reach the focused field first; watching the application lets the panel see
-    // them before any of its widgets does.
-    qApp->installEventFilter(this);
-}
-
-void KeyablePanel::setFrame(const QRectF &frame, bool display)
-{
-    m_frame = frame;
-    platform::Screens &screens = *platform::services().screens;
-    const QRectF geometry = screens.toWindowSystem(frame);
-    // Where the compositor places windows, the panel only tells it its size.
-    if (screens.canPlaceWindows())
-        setGeometry(QRect(qRound(geometry.x()), qRound(geometry.y()), qRound(geometry.width()),
-                          qRound(geometry.height())));
-    else
-        resize(qRound(geometry.width()), qRound(geometry.height()));
-    if (display && isVisible())
-        repaint();
-}
-
-bool KeyablePanel::event(QEvent *event)
-{
-    if (event->type() == QEvent::WindowDeactivate && onResignKey)
-        onResignKey();
-    return QWidget::event(event);
-}
-
-bool KeyablePanel::eventFilter(QObject *watched, QEvent *event)
-{
-    if (event->type() != QEvent::KeyPress || !watched->isWidgetType())
-        return false;
-    auto *receiver = static_cast<QWidget *>(watched);
-    // A key the first receiver ignores travels on to its parents; offer it only once, at the
-    // widget the window delivers it to.
-    QWidget *first = focusWidget() != nullptr ? focusWidget() : this;
-    if (receiver != first || receiver->window() != this)
-        return false;
-    auto *key = static_cast<QKeyEvent *>(event);
-    if (!(key->modifiers() & (Qt::ControlModifier | Qt::MetaModifier)) ||
-        isModifierKey(key->key()) || !onKeyEquivalent)
-        return false;
-    const CurrentEventScope scope(key);
-    if (!onKeyEquivalent(key))
-        return false;
-    key->accept();
-    return true;
-}
-
-void KeyablePanel::paintEvent(QPaintEvent *)
-{
-    QPainter painter(this);
-    painter.setRenderHint(QPainter::Antialiasing);
-    const bool dark = isDark(palette());
-    QColor background = palette().color(QPalette::Window);
-    const QColor border = dark ? QColor(255, 255, 255, 46) : QColor(0, 0, 0, 56);
-    if (m_isTranslucent) {
-        background.setAlphaF(dark ? 0.88f : 0.90f);
-        painter.setPen(QPen(border, 1));
-        painter.setBrush(background);
-        painter.drawPath(roundedOutline(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5)));
-        return;
-    }
-    // The mask is one bit deep and cuts through an antialiased outline. So the whole window
-    // gets the border's shade and the background is laid inside it, one pixel in: whatever
-    // pixels the mask keeps at the corners read as the outline.
-    const float a = border.alphaF();
-    const QColor edge =
-        QColor::fromRgbF(background.redF() + (border.redF() - background.redF()) * a,
-                         background.greenF() + (border.greenF() - background.greenF()) * a,
-                         background.blueF() + (border.blueF() - background.blueF()) * a);
-    painter.fillRect(rect(), edge);
-    painter.fillPath(roundedOutline(QRectF(rect()).adjusted(1, 1, -1, -1), cornerRadius - 1),
-                     background);
-}
-
-void KeyablePanel::resizeEvent(QResizeEvent *event)
-{
-    QWidget::resizeEvent(event);
-    if (!m_isTranslucent)
-        setMask(QRegion(roundedOutline(QRectF(rect())).toFillPolygon().toPolygon()));
-}
-
-// ---- PanelController
-
 PanelController::PanelController(QWidget *header, double headerHeight)
     : m_scanner(this, [this](const QList<IndexedFile> &scanned) {
           files = scanned;
@@ -231,9 +90,6 @@ PanelController::PanelController(QWidget *header, double headerHeight)
     m_panel->onResignKey = [weak] {
         if (weak)
             weak->windowDidResignKey();
-    };
-    m_panel->onKeyEquivalent = [weak](QKeyEvent *event) {
-        return weak ? weak->handleKeyEquivalent(event) : false;
     };
 
     m_separator->hide();
@@ -266,7 +122,6 @@ PanelController::PanelController(QWidget *header, double headerHeight)
 PanelController::~PanelController()
 {
     m_panel->onResignKey = nullptr;
-    m_panel->onKeyEquivalent = nullptr;
     if (m_messageLabel->parent() == nullptr)
         delete m_messageLabel;
     delete m_panel;
@@ -288,7 +143,7 @@ void PanelController::hide(bool restoringFocus)
         const QScopedValueRollback orderingOut(m_isOrderingOut, true);
         m_panel->hide();
     }
-    dropHeldKeys();
+    m_heldKeys.drop();
     if (restoringFocus)
         FocusRestore::restore();
 #ifdef __GLIBC__
@@ -322,61 +177,54 @@ void PanelController::filesScanned()
     replayHeldKeys();
 }
 
-bool PanelController::actsOnList(const QKeyEvent *event) const
-{
-    return event->key() == Qt::Key_Up || event->key() == Qt::Key_Down;
-}
-
 void PanelController::replayHeldKeys()
 {
-    const QScopedValueRollback replaying(m_isReplaying, true);
-    std::vector<HeldKey> held = std::exchange(m_heldKeys, {});
-    for (auto key = held.begin(); key != held.end(); ++key) {
-        if (isAwaitingList()) {
-            m_heldKeys.assign(std::make_move_iterator(key), std::make_move_iterator(held.end()));
-            return;
-        }
-        if (key->receiver && isVisible())
-            QCoreApplication::sendEvent(key->receiver, key->event.get());
-    }
-}
-
-void PanelController::dropHeldKeys()
-{
-    m_heldKeys.clear();
-}
-
-// While there is no list, the keys that act on it are held back, and so is every key after
-// them, so that the keys act in the order typed once the list is there. Keys that act on the
-// fields alone (typed text) go through, and Escape gives up the keys held.
-bool PanelController::eventFilter(QObject *watched, QEvent *event)
-{
-    if (event->type() != QEvent::KeyPress || m_isReplaying || !watched->isWidgetType())
-        return false;
-    auto *key = static_cast<QKeyEvent *>(event);
-    if (key->key() == Qt::Key_Escape) {
-        dropHeldKeys();
-        return false;
-    }
-    if (m_heldKeys.empty() && !(isAwaitingList() && actsOnList(key)))
-        return false;
-    m_heldKeys.push_back({static_cast<QWidget *>(watched),
-                          std::unique_ptr<QKeyEvent>(static_cast<QKeyEvent *>(key->clone()))});
-    return true;
+    m_heldKeys.replay([this] { return isAwaitingList(); }, [this] { return isVisible(); });
 }
 
 void PanelController::attachField(CommandField *field)
 {
     connect(field, &QLineEdit::textEdited, this, [this] { updateResults(); });
-    field->onCommand = [self = QPointer(this)](CommandField *edited, TextCommand command) {
-        return self && self->doCommand(edited, command);
+    field->onKey = [self = QPointer(this)](CommandField *pressed, const QKeyEvent &event) {
+        return self && self->keyPressed(pressed, event);
     };
-    field->installEventFilter(this);
 }
 
-bool PanelController::doCommand(CommandField *, TextCommand)
+// While there is no list, the keys that act on it are held back, and so is every key after
+// them, so that the keys act in the order typed once the list is there. Keys that act on the
+// fields alone (typed text) go through, and Escape gives up the keys held.
+bool PanelController::keyPressed(CommandField *field, const QKeyEvent &event)
 {
-    return false;
+    const KeyBinding *binding = bindingFor(keyBindings(), event);
+    if (!m_heldKeys.isReplaying()) {
+        if (binding != nullptr && binding->action == KeyAction::cancel) {
+            m_heldKeys.drop();
+        } else if (!m_heldKeys.isEmpty() ||
+                   (binding != nullptr && binding->actsOnList && isAwaitingList())) {
+            m_heldKeys.hold(field, event);
+            return true;
+        }
+    }
+    return binding != nullptr && perform(binding->action, field);
+}
+
+bool PanelController::perform(KeyAction action, CommandField *field)
+{
+    switch (action) {
+    case KeyAction::deleteRow:
+        if (selectedIndex >= 0) {
+            confirmDeleteSelection(field);
+            return true;
+        }
+        [[fallthrough]];
+    case KeyAction::deleteForward:
+        // One character, as on the desktops shortcut files come from: Qt would take a word with
+        // Ctrl, or cut with Shift. The edit is the user's, so the list follows it.
+        field->del();
+        return true;
+    default:
+        return false;
+    }
 }
 
 void PanelController::present()
@@ -510,81 +358,32 @@ void PanelController::move(qsizetype step, bool allowNoSelection)
     updateSelectionHighlight();
 }
 
-bool PanelController::handleListCommand(QWidget *field, TextCommand command, bool allowNoSelection)
-{
-    switch (command) {
-    case TextCommand::deleteForward:
-        if (!isDeleteChord() || selectedIndex < 0)
-            return false;
-        confirmDeleteSelection(field);
-        return true;
-    case TextCommand::moveDown:
-        move(1, allowNoSelection);
-        return true;
-    case TextCommand::moveUp:
-        move(-1, allowNoSelection);
-        return true;
-    default:
-        return false;
-    }
-}
-
 void PanelController::rowClicked(qsizetype) {}
 
 void PanelController::updateResults() {}
-
-bool PanelController::handleKeyEquivalent(QKeyEvent *)
-{
-    return false;
-}
-
-bool PanelController::isDeleteChord() const
-{
-    const QKeyEvent *event = CommandField::currentEvent();
-    return event != nullptr && event->modifiers().testFlag(Qt::ControlModifier);
-}
 
 void PanelController::confirmDeleteSelection(QWidget *focusAfter)
 {
     const qsizetype index = selectedIndex;
     if (index < 0 || index >= results.size())
         return;
+    // The file named in the question is the one deleted, whatever the list does meanwhile.
     const IndexedFile file = results[index].file;
-
-    Alert alert;
-    alert.messageText =
-        QStringLiteral("Delete \u201C") + file.displayName + QStringLiteral("\u201D?");
-    alert.informativeText = QStringLiteral("The shortcut will be moved to the Trash.");
-    alert.style = Alert::Style::warning;
-    alert.addButton(QStringLiteral("Delete"));
-    alert.addButton(QStringLiteral("Cancel"));
-
-    m_isConfirming = true;
-    const QPointer<PanelController> weak(this);
-    const QPointer<QWidget> focus(focusAfter);
-    alert.beginSheet(m_panel, [weak, file, index, focus](int response) {
-        if (!weak)
-            return;
-        weak->m_isConfirming = false;
-        if (response == Alert::firstButtonReturn)
-            weak->deleteFile(file, index);
-        if (weak && focus) {
+    m_deletion.ask(m_panel, file, [this, file, index, focus = QPointer(focusAfter)](bool moved) {
+        if (moved)
+            removeDeleted(file, index);
+        if (focus) {
             // The window manager may leave the keyboard with whatever it focuses after the
             // sheet; the panel asks for it back while it is still shown.
-            if (weak->isVisible())
-                weak->m_panel->activateWindow();
+            if (isVisible())
+                m_panel->activateWindow();
             focus->setFocus(Qt::OtherFocusReason);
         }
     });
 }
 
-void PanelController::deleteFile(const IndexedFile &file, qsizetype wasAt)
+void PanelController::removeDeleted(const IndexedFile &file, qsizetype wasAt)
 {
-    platform::Workspace &workspace = *platform::services().workspace;
-    if (!workspace.moveToTrash(file.url)) {
-        workspace.beep();
-        return;
-    }
     files.removeIf([&file](const IndexedFile &entry) { return entry.url == file.url; });
     updateResults();
     if (results.isEmpty())
@@ -597,7 +396,7 @@ void PanelController::windowDidResignKey()
 {
     // Qt also reports the deactivation of a panel that is being (or has been) ordered out, from
     // inside the hiding; there is nothing left to hide then.
-    if (!m_isConfirming && !m_isOrderingOut && isVisible())
+    if (!isConfirming() && !m_isOrderingOut && isVisible())
         hide(false);
 }
 

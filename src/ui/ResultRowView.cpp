@@ -1,7 +1,9 @@
 #include "ui/ResultRowView.h"
 
 #include "core/ShortcutURL.h"
+#include "core/UnicodeQt.h"
 #include "platform/Platform.h"
+#include "ui/Palette.h"
 
 #include <QApplication>
 #include <QIcon>
@@ -10,12 +12,6 @@
 #include <QPainterPath>
 #include <QSet>
 #include <QStyle>
-
-#include <unicode/brkiter.h>
-#include <unicode/locid.h>
-#include <unicode/unistr.h>
-
-#include <memory>
 
 namespace pindle::ui {
 namespace {
@@ -203,9 +199,8 @@ protected:
     {
         QPainter painter(this);
         painter.setRenderHint(QPainter::Antialiasing);
-        const bool isDark = palette().color(QPalette::Window).lightness() < 128;
         QColor fill = palette().color(QPalette::Highlight);
-        fill.setAlphaF(isDark ? 0.30f : 0.16f);
+        fill.setAlphaF(isDark(palette()) ? 0.30f : 0.16f);
         painter.setPen(Qt::NoPen);
         painter.setBrush(fill);
         painter.drawRoundedRect(QRectF(rect()), highlightRadius, highlightRadius);
@@ -272,29 +267,12 @@ QList<ResultRowView::TitleRange> ResultRowView::matchedRanges(const QString &tit
     QList<TitleRange> ranges;
     if (matched.isEmpty() || title.isEmpty())
         return ranges;
-    UErrorCode status = U_ZERO_ERROR;
-    const std::unique_ptr<icu::BreakIterator> clusters(
-        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-    if (U_FAILURE(status))
-        return ranges;
-    const icu::UnicodeString text(false, reinterpret_cast<const UChar *>(title.utf16()),
-                                  int32_t(title.size()));
-    clusters->setText(text);
-    qsizetype index = 0;
-    int32_t start = clusters->first();
-    for (int32_t end = clusters->next(); end != icu::BreakIterator::DONE;
-         start = end, end = clusters->next(), ++index) {
-        if (matched.contains(index))
-            ranges.append({start, end - start});
+    const std::vector<qsizetype> bounds = Unicode::clusterBoundaries(title);
+    for (size_t index = 0; index + 1 < bounds.size(); ++index) {
+        if (matched.contains(qsizetype(index)))
+            ranges.append({bounds[index], bounds[index + 1] - bounds[index]});
     }
     return ranges;
-}
-
-QList<QTextLayout::FormatRange> ResultRowView::attributedTitle(const QString &title,
-                                                               const QList<qsizetype> &matched,
-                                                               const QPalette &palette)
-{
-    return attributedTitle(title, matchedRanges(title, matched), palette);
 }
 
 QList<QTextLayout::FormatRange> ResultRowView::attributedTitle(const QString &title,

@@ -49,8 +49,6 @@ public:
     // The title's formats: the whole text in the regular title font and the label colour, then
     // each matched range bold in the accent colour (palette's Highlight).
     static QList<QTextLayout::FormatRange>
-    attributedTitle(const QString &title, const QList<qsizetype> &matched, const QPalette &palette);
-    static QList<QTextLayout::FormatRange>
     attributedTitle(const QString &title, const QList<TitleRange> &ranges, const QPalette &palette);
 
     QString title() const;

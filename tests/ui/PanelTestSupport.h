@@ -1,26 +1,36 @@
 #pragma once
 
-// A minimal mode over PanelController for the panel tests: it lists every file, selects the
-// first, and logs what the panel asked of it into a log that outlives it.
+// Shared by the panel tests: an emptied home folder per test, a minimal mode over
+// PanelController, made-up results, visible texts and key presses carrying an X modifier state.
 
 #include "platform/fake/FakePlatform.h"
 #include "ui/PanelController.h"
 
+#include <QKeyEvent>
+#include <QString>
+#include <QStringList>
 #include <QWidget>
 
 #include <memory>
 
 namespace pindle::test {
 
+// Empties the home folder (the process's temporary HOME, whose shortcut folder the core fixes
+// once per process) when a test starts, so that no test sees another's files.
+struct FreshHome
+{
+    FreshHome();
+};
+
 struct ModeLog
 {
     QList<qsizetype> clicks;
     QList<bool> hides;
-    int keyEquivalents = 0;
     int updates = 0;
-    bool sawDeleteChord = false;
 };
 
+// Lists every file, selects the first, and logs what the panel asked of it into a log that
+// outlives it.
 class TestMode : public ui::PanelController
 {
 public:
@@ -45,29 +55,20 @@ public:
         selectedIndex = results.isEmpty() ? -1 : 0;
         renderRows(std::nullopt);
     }
-    bool handleKeyEquivalent(QKeyEvent *) override
-    {
-        ++log->keyEquivalents;
-        log->sawDeleteChord = isDeleteChord();
-        return consumeKeyEquivalents;
-    }
 
-    bool consumeKeyEquivalents = false;
     std::shared_ptr<ModeLog> log;
 };
 
-inline IndexedFile fileNamed(const QString &name)
-{
-    return {QUrl::fromLocalFile(QStringLiteral("/nowhere/") + name + QStringLiteral(".webloc")),
-            name};
-}
+IndexedFile fileNamed(const QString &name);
+QList<ScoredFile> scoredFiles(int count);
 
-inline QList<ScoredFile> scoredFiles(int count)
-{
-    QList<ScoredFile> results;
-    for (int i = 0; i < count; ++i)
-        results.append({fileNamed(QStringLiteral("Shortcut %1").arg(i)), 0, {}});
-    return results;
-}
+// Texts of the visible labels under widget, in creation order.
+QStringList visibleLabelTexts(const QWidget *widget);
+
+// One press and release as the X11 backend delivers them, shortcut override first, with the
+// native modifier state QTest::keyClick cannot set.
+// nativeModifiers is the X state mask (0x2 = Caps Lock, 0x4 = Control).
+void sendKey(QWidget *target, Qt::Key key, Qt::KeyboardModifiers modifiers, quint32 nativeModifiers,
+             const QString &text = {});
 
 } // namespace pindle::test

@@ -1,7 +1,7 @@
 // The creator driven through its two real fields: URL matches, name matches, adopting a listed
 // name, saving, and what Escape, Tab and the arrows do.
 
-#include "test_launcher_support.h"
+#include "PanelTestSupport.h"
 
 #include "core/FileIndex.h"
 #include "core/ShortcutURL.h"
@@ -64,6 +64,7 @@ protected:
         return test::shortcutFolder() + QLatin1Char('/') + name + QStringLiteral(".webloc");
     }
 
+    test::FreshHome home;
     platform::fake::FakePlatform fakes;
     std::unique_ptr<ui::CreatorController> creator;
 };
@@ -84,10 +85,6 @@ TEST_F(CreatorShowing, OpensWithTheTrimmedAddressAndItsExistingShortcuts)
     EXPECT_EQ(shownNames(),
               (QStringList{QStringLiteral("Example Again"), QStringLiteral("Example Home")}));
     EXPECT_EQ(creator->selectedIndex, -1);
-    EXPECT_EQ(name()->placeholderText(), QStringLiteral("Save as:"));
-    EXPECT_EQ(url()->placeholderText(), QStringLiteral("URL"));
-    EXPECT_EQ(name()->font().pixelSize(), 22);
-    EXPECT_EQ(url()->font().pixelSize(), 13);
 }
 
 TEST_F(CreatorShowing, TabAndShiftTabMoveBetweenTheTwoFields)
@@ -127,17 +124,12 @@ TEST_F(CreatorListing, UpFromTheFirstRowReturnsToNoSelection)
     open();
     key(name(), Qt::Key_Up);
     EXPECT_EQ(creator->selectedIndex, -1);
-    key(name(), Qt::Key_Down);
-    EXPECT_EQ(creator->selectedIndex, 0);
-    ASSERT_EQ(creator->rowViews.size(), 2);
-    EXPECT_TRUE(creator->rowViews[0]->isSelected());
-    key(name(), Qt::Key_Down);
-    key(name(), Qt::Key_Down);
+    for (int i = 0; i < 3; ++i)
+        key(name(), Qt::Key_Down);
     EXPECT_EQ(creator->selectedIndex, 1);
     key(name(), Qt::Key_Up);
     key(name(), Qt::Key_Up);
     EXPECT_EQ(creator->selectedIndex, -1);
-    EXPECT_FALSE(creator->rowViews[0]->isSelected());
 }
 
 TEST_F(CreatorListing, MissingFolderShowsNoRowsAndNoMessageAndSavingCreatesIt)
@@ -162,7 +154,6 @@ TEST_F(CreatorAdopting, ClickingARowCopiesItsName)
     const QString adopted = creator->results[1].file.displayName;
     QTest::mouseClick(creator->rowViews[1], Qt::LeftButton);
     EXPECT_EQ(name()->text(), adopted);
-    EXPECT_EQ(creator->selectedIndex, -1);
 }
 
 TEST_F(CreatorAdopting, DownReturnAdoptsTheNameThenReturnSavesItEdited)
@@ -182,16 +173,12 @@ TEST_F(CreatorAdopting, DownReturnAdoptsTheNameThenReturnSavesItEdited)
     QTest::keyClicks(name(), QStringLiteral(" 2"));
     key(name(), Qt::Key_Return);
 
-    EXPECT_TRUE(QFile::exists(savedPath(adopted + QStringLiteral(" 2"))));
-    EXPECT_TRUE(
-        test::readFile(savedPath(adopted + QStringLiteral(" 2"))).contains(sharedURL.toUtf8()));
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(savedPath(adopted + u" 2"_qs))), sharedURL);
     EXPECT_FALSE(creator->isVisible());
-    EXPECT_TRUE(name()->text().isEmpty());
-    EXPECT_TRUE(url()->text().isEmpty());
+    EXPECT_TRUE(name()->text().isEmpty() && url()->text().isEmpty());
     EXPECT_TRUE(creator->results.isEmpty());
     ASSERT_EQ(fakes.focus->activated.size(), 1);
     EXPECT_EQ(fakes.focus->activated[0].processIdentifier, previousApp);
-    EXPECT_EQ(fakes.workspace->beeps, 0);
 }
 
 TEST_F(CreatorSaving, ReturnWithNoSelectionSavesEvenWhenRowsAreListed)
@@ -227,12 +214,9 @@ TEST_F(CreatorSaving, FailedSaveBeepsAndChangesNothing)
     key(name(), Qt::Key_Return);
     EXPECT_EQ(fakes.workspace->beeps, 1);
     EXPECT_TRUE(creator->isVisible());
-    EXPECT_EQ(name()->text(), QStringLiteral("Other"));
-    EXPECT_EQ(url()->text(), sharedURL);
+    EXPECT_EQ(name()->text() + url()->text(), u"Other"_qs + sharedURL);
     EXPECT_EQ(shownNames(), before);
-    EXPECT_EQ(creator->selectedIndex, -1);
     EXPECT_EQ(test::readFile(savedPath(QStringLiteral("Other"))), existing);
-    EXPECT_TRUE(fakes.focus->activated.isEmpty());
 }
 
 TEST_F(CreatorEscape, InTheNameFieldClearsItAndBringsBackTheAddressMatches)
@@ -309,28 +293,16 @@ protected:
     }
 };
 
-TEST_F(CreatorLargeFolder, ShowsTheFieldsAtOnceAndTheListOnceTheTargetsAreRead)
+TEST_F(CreatorLargeFolder, KeysTypedWhileWaitingActOnceTheListIsThere)
 {
     open();
     EXPECT_TRUE(creator->isAwaitingTargets());
     EXPECT_TRUE(creator->results.isEmpty());
-    EXPECT_EQ(url()->text(), sharedURL);
-
-    creator->waitForTargets();
-    EXPECT_FALSE(creator->isAwaitingTargets());
-    EXPECT_EQ(creator->selectedIndex, -1);
-    const QStringList shown = listedNames();
-    EXPECT_EQ(shown, directMatches());
-    EXPECT_EQ(shown.size(), 3);
-}
-
-TEST_F(CreatorLargeFolder, KeysTypedWhileWaitingActOnceTheListIsThere)
-{
-    open();
     key(name(), Qt::Key_Down);
     key(name(), Qt::Key_Return);
     EXPECT_TRUE(name()->text().isEmpty());
     creator->waitForTargets();
+    ASSERT_EQ(directMatches().size(), 3);
     EXPECT_EQ(name()->text(), directMatches().first());
     EXPECT_EQ(fakes.workspace->beeps, 0);
 

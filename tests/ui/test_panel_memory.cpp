@@ -1,6 +1,8 @@
 // Heap in use over hundreds of launcher openings with rows drawn, with the real desktop services
 // behind the rows' icons: it must stay flat once the first openings have warmed every cache.
 
+#include "PanelTestSupport.h"
+
 #include "core/FileIndex.h"
 #include "platform/QtServices.h"
 #include "platform/fake/FakePlatform.h"
@@ -35,6 +37,7 @@ size_t heapInUse()
 
 TEST(PanelMemory, StaysFlatOverHundredsOfOpeningsWithRowsDrawn)
 {
+    const test::FreshHome home;
     platform::fake::installFakePlatform();
     platform::services().workspace = std::make_unique<platform::QtWorkspace>([] {});
     for (int i = 0; i < 12; ++i)

@@ -2,6 +2,8 @@
 // folder's entries by shortcuts, pipes, links, folders and property-list bombs, as a sync client
 // or an attacker might: every opening and closing must be seen, and nothing may hang.
 
+#include "PanelTestSupport.h"
+
 #include "core/FileIndex.h"
 #include "platform/QtServices.h"
 #include "platform/fake/FakePlatform.h"
@@ -96,6 +98,7 @@ void replaceAnEntry(const QByteArray &folder, QRandomGenerator &random)
 TEST(PanelStress, BothPanelsKeepOpeningAndClosingWhileTheFolderChangesUnderThem)
 {
     ::alarm(50); // a panel that hangs on a file fails the test here rather than never ending
+    const test::FreshHome home;
     platform::fake::installFakePlatform();
     platform::services().workspace = std::make_unique<platform::QtWorkspace>([] {});
     for (int i = 0; i < 20; ++i)

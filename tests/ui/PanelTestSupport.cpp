@@ -1,10 +1,33 @@
-#include "test_launcher_support.h"
+#include "PanelTestSupport.h"
 
 #include "support/TestSupport.h"
 
 #include <QApplication>
+#include <QDir>
+#include <QLabel>
+
+#include <gtest/gtest.h>
 
 namespace pindle::test {
+
+FreshHome::FreshHome()
+{
+    EXPECT_TRUE(QDir(homePath()).removeRecursively() && QDir().mkpath(homePath()));
+}
+
+IndexedFile fileNamed(const QString &name)
+{
+    return {QUrl::fromLocalFile(QStringLiteral("/nowhere/") + name + QStringLiteral(".webloc")),
+            name};
+}
+
+QList<ScoredFile> scoredFiles(int count)
+{
+    QList<ScoredFile> results;
+    for (int i = 0; i < count; ++i)
+        results.append({fileNamed(QStringLiteral("Shortcut %1").arg(i)), 0, {}});
+    return results;
+}
 
 QStringList visibleLabelTexts(const QWidget *widget)
 {

@@ -1,12 +1,12 @@
 #!/bin/sh
 # Renders the panel under Xvfb at scale 1 and 2 and writes PNGs for review:
-#   tests/ui/screenshots.sh [build-dir]   (default: build/panel)
+#   tools/screenshots/screenshots.sh [build-dir]   (default: build/panel)
 # Output: <build-dir>/screenshots/{1x,2x}/panel-{rows,message}-{light,dark}.png
 set -eu
 root=$(cd "$(dirname "$0")/../.." && pwd)
 build=${1:-$root/build/panel}
 cmake --build "$build" --target pindle_panel_screenshots -j2 >/dev/null
-program="$build/tests/ui/pindle_panel_screenshots"
+program="$build/tools/screenshots/pindle_panel_screenshots"
 
 display=:$(( 90 + $$ % 100 ))
 Xvfb "$display" -screen 0 2880x1800x24 -nolisten tcp >/dev/null 2>&1 &

@@ -1,5 +1,5 @@
 // Renders the panel for review: eight rows with one selected, and a message row, each in a light
-// and a dark palette. Run under an X server (tests/ui/screenshots.sh starts Xvfb); writes
+// and a dark palette. Run under an X server (screenshots.sh beside it starts Xvfb); writes
 // <out>/panel-{rows,message}-{light,dark}.png.
 
 #include "platform/fake/FakePlatform.h"
