@@ -3,17 +3,11 @@
 #include "support/TestSupport.h"
 
 #include <QApplication>
-#include <QDir>
 #include <QLabel>
 
 #include <gtest/gtest.h>
 
 namespace pindle::test {
-
-FreshHome::FreshHome()
-{
-    EXPECT_TRUE(QDir(homePath()).removeRecursively() && QDir().mkpath(homePath()));
-}
 
 IndexedFile fileNamed(const QString &name)
 {

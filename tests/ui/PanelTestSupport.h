@@ -1,7 +1,8 @@
 #pragma once
 
-// Shared by the panel tests: an emptied home folder per test, a minimal mode over
-// PanelController, made-up results, visible texts and key presses carrying an X modifier state.
+// Shared by the panel tests: a minimal mode over PanelController, made-up results, visible texts
+// and key presses carrying an X modifier state. Each test starts with an empty home folder (the
+// test main sees to it).
 
 #include "platform/fake/FakePlatform.h"
 #include "ui/PanelController.h"
@@ -14,13 +15,6 @@
 #include <memory>
 
 namespace pindle::test {
-
-// Empties the home folder (the process's temporary HOME, whose shortcut folder the core fixes
-// once per process) when a test starts, so that no test sees another's files.
-struct FreshHome
-{
-    FreshHome();
-};
 
 struct ModeLog
 {

@@ -45,7 +45,6 @@ protected:
         return row;
     }
 
-    test::FreshHome home;
     platform::fake::FakePlatform fakes = platform::fake::installFakePlatform();
     QWidget window;
 };

@@ -64,7 +64,6 @@ protected:
         return test::shortcutFolder() + QLatin1Char('/') + name + QStringLiteral(".webloc");
     }
 
-    test::FreshHome home;
     platform::fake::FakePlatform fakes;
     std::unique_ptr<ui::CreatorController> creator;
 };

@@ -58,7 +58,6 @@ protected:
     }
     qsizetype activations() const { return fakes.focus->activated.size(); }
 
-    test::FreshHome home;
     platform::fake::FakePlatform fakes;
     std::unique_ptr<ui::LauncherController> launcher;
     QString newsPath;

@@ -37,7 +37,6 @@ size_t heapInUse()
 
 TEST(PanelMemory, StaysFlatOverHundredsOfOpeningsWithRowsDrawn)
 {
-    const test::FreshHome home;
     platform::fake::installFakePlatform();
     platform::services().workspace = std::make_unique<platform::QtWorkspace>([] {});
     for (int i = 0; i < 12; ++i)

@@ -98,7 +98,6 @@ void replaceAnEntry(const QByteArray &folder, QRandomGenerator &random)
 TEST(PanelStress, BothPanelsKeepOpeningAndClosingWhileTheFolderChangesUnderThem)
 {
     ::alarm(50); // a panel that hangs on a file fails the test here rather than never ending
-    const test::FreshHome home;
     platform::fake::installFakePlatform();
     platform::services().workspace = std::make_unique<platform::QtWorkspace>([] {});
     for (int i = 0; i < 20; ++i)
