@@ -68,16 +68,6 @@ icu::UnicodeString toIcu(const QString &text)
 
 } // namespace
 
-int compare(const QString &a, const QString &b)
-{
-    const icu::Collator *c = collator();
-    if (c == nullptr)
-        return QString::compare(a, b, Qt::CaseInsensitive);
-    UErrorCode status = U_ZERO_ERROR;
-    const UCollationResult result = c->compare(toIcu(a), toIcu(b), status);
-    return U_FAILURE(status) ? 0 : int(result);
-}
-
 QByteArray sortKey(const QString &name)
 {
     std::string key;

@@ -4,6 +4,7 @@
 // matches; Return opens the selected shortcut file, Ctrl-C or Super-C copies its address,
 // Ctrl+Delete moves it to the Trash after a confirmation, Escape clears the query or closes.
 
+#include "core/SearchSession.h"
 #include "ui/CommandField.h"
 #include "ui/PanelController.h"
 
@@ -36,6 +37,7 @@ private:
     bool doCommand(CommandField *field, TextCommand command) override;
 
     CommandField *m_textField = nullptr;
+    SearchSession m_search;
 };
 
 } // namespace pindle::ui

@@ -4,6 +4,7 @@
 #include "core/SearchIndex.h"
 #include "core/ShortcutURL.h"
 #include "core/Text.h"
+#include "support/NameOrder.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +24,7 @@ IndexedFile record(const QString &name, qsizetype number)
 IndexedFile prepared(const QString &name, qsizetype number)
 {
     IndexedFile file = record(name, number);
-    file.prepared = detail::prepareName(name, Collation::sortKey(name));
+    file.prepared = detail::NameBatch(1).prepare(name, Collation::sortKey(name));
     return file;
 }
 
@@ -55,7 +56,7 @@ QList<ScoredFile> plainSearch(const QString &query, const QList<IndexedFile> &fi
     std::stable_sort(hits.begin(), hits.end(), [](const ScoredFile &a, const ScoredFile &b) {
         if (a.score != b.score)
             return a.score > b.score;
-        return Collation::compare(a.file.displayName, b.file.displayName) < 0;
+        return test::compareNames(a.file.displayName, b.file.displayName) < 0;
     });
     return hits;
 }
@@ -129,24 +130,6 @@ TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
                        expected.first(std::min<qsizetype>(8, expected.size())));
         expectSameRows(FileIndex::search(query, renamed, 8),
                        expected.first(std::min<qsizetype>(8, expected.size())));
-    }
-}
-
-TEST(PreparedSearch, scoresUtf8LinesLikeTheMatcher)
-{
-    const QStringList names =
-        generatedNames(800, 11) + QStringList{u"a\r\nb"_qs, u"\u212Aelvin"_qs};
-    for (const QString &query : corpusQueries + QStringList{u"kelvin"_qs, u"ab"_qs}) {
-        const detail::PreparedQuery prepared = detail::prepareQuery(query.trimmed());
-        for (const QString &name : names) {
-            SCOPED_TRACE((query + u" in "_qs + name).toStdString());
-            const auto expected = FuzzyMatch::match(query.trimmed(), name);
-            const auto actual = detail::scoreUtf8(prepared, name.toStdString());
-            ASSERT_EQ(actual.has_value(), expected.has_value());
-            if (actual) {
-                EXPECT_EQ(*actual, expected->score);
-            }
-        }
     }
 }
 
