@@ -1,5 +1,5 @@
 // pindle-bench --filter as a whole process: what it prints for a query, and that it never loads
-// Qt while its other modes still reach the search benchmark.
+// Qt.
 
 #include "core/FuzzyMatch.h"
 #include "support/TestSupport.h"
@@ -79,30 +79,6 @@ TEST(Filter, printsEveryMatchBestFirstWithTiesInInputOrder)
         EXPECT_EQ(run.exitCode, 0);
         EXPECT_EQ(run.output, expectedOutput(query, input));
     }
-}
-
-TEST(Filter, readsInputOfAnySizeFromAPipe)
-{
-    // More than the first read takes and than the room set aside for hits, every line a match
-    // of the same score but for one digit.
-    QByteArray input;
-    for (int i = 0; i < 40000; ++i)
-        input += "line " + QByteArray::number(i % 7) + " of news\n";
-    for (const QString &query : {u"of"_qs, u"6n"_qs}) {
-        const Finished run = runBench({u"--filter"_qs, query}, input);
-        EXPECT_EQ(run.exitCode, 0);
-        EXPECT_EQ(run.output, expectedOutput(query, input));
-    }
-}
-
-TEST(Filter, otherModesRunTheSearchBenchmark)
-{
-    const Finished corpus = runBench({u"--corpus"_qs, u"3"_qs});
-    EXPECT_EQ(corpus.exitCode, 0);
-    EXPECT_EQ(corpus.output.count('\n'), 3);
-    const Finished wrong = runBench({u"--no-such-mode"_qs});
-    EXPECT_EQ(wrong.exitCode, 2);
-    EXPECT_TRUE(wrong.errors.contains("usage: pindle-bench")) << wrong.errors.toStdString();
 }
 
 TEST(Filter, neverLoadsQt)
