@@ -47,6 +47,8 @@ std::unique_ptr<icu::Collator> makeCollator()
     return collator;
 }
 
+// Made once, on whichever thread asks first, and only read after that: the scan's thread and
+// the main thread share it through const calls, which ICU's collators allow.
 const icu::Collator *collator()
 {
     static const std::unique_ptr<icu::Collator> instance = makeCollator();

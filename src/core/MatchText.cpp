@@ -27,7 +27,9 @@ struct TextHash
 
 // Every character other than plain ASCII that a name or query has contained, keyed by its
 // text as written, with its canonical id and its class. Ids are handed out per canonical form,
-// so canonically equivalent characters share one.
+// so canonically equivalent characters share one. There is one table for the process: the scan
+// thread describes names with it and every panel its queries, and their ids must agree. Any
+// thread takes its lock around a use.
 class CharacterTable
 {
 public:
