@@ -169,8 +169,9 @@ private:
 
 FilterQuery filterQuery(std::u16string_view query)
 {
-    FilterQuery filter{detail::prepareQuery(query), {}, {}};
-    for (const uint32_t id : filter.prepared.ids) {
+    detail::CharacterIds ids;
+    FilterQuery filter{std::u16string(query), {}, {}};
+    for (const uint32_t id : detail::prepareQuery(query, ids).ids) {
         if (id < 0x80)
             filter.asciiIds.push_back(id);
         for (const AsciiStandIn &standIn : asciiStandIns)
@@ -182,7 +183,7 @@ FilterQuery filterQuery(std::u16string_view query)
 
 std::optional<double> LineScorer::scoreAscii(std::string_view line)
 {
-    const detail::PreparedQuery &query = m_query.prepared;
+    const detail::PreparedQuery &query = m_prepared;
     const auto n = int32_t(line.size());
     const std::optional<KernelOutcome> outcome = detail::bestAlignment(
         detail::AsciiName{line.data(), n}, query.ids.data(), int32_t(query.ids.size()), m_scratch);
@@ -193,7 +194,7 @@ std::optional<double> LineScorer::scoreAscii(std::string_view line)
 
 std::optional<double> LineScorer::score(std::string_view line)
 {
-    const detail::PreparedQuery &query = m_query.prepared;
+    const detail::PreparedQuery &query = m_prepared;
     const auto m = int32_t(query.ids.size());
     if (m == 0)
         return std::nullopt;
@@ -212,7 +213,8 @@ std::optional<double> LineScorer::score(std::string_view line)
     }
     if (isAscii)
         return scoreAscii(line);
-    const detail::UnicodeDescription &description = m_describer.describe(Unicode::fromUtf8(line));
+    const detail::UnicodeDescription &description =
+        m_describer.describe(Unicode::fromUtf8(line), &m_ids);
     if (!description.isMatchable || description.count < m || (query.mask & ~description.mask))
         return std::nullopt;
     const std::optional<KernelOutcome> outcome = detail::bestAlignment(
@@ -225,7 +227,7 @@ std::optional<double> LineScorer::score(std::string_view line)
 
 void LineScorer::scoreLines(std::string_view text, LineMatch onMatch, void *context)
 {
-    const detail::PreparedQuery &query = m_query.prepared;
+    const detail::PreparedQuery &query = m_prepared;
     if (query.ids.empty())
         return;
     // The search below holds exactly for plain ASCII lines; other lines are tested again.

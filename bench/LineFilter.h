@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -29,7 +30,7 @@ inline constexpr std::array<AsciiStandIn, 3> asciiStandIns = {{
 
 struct FilterQuery
 {
-    detail::PreparedQuery prepared;
+    std::u16string text;
     // The plain ASCII ids in query order, which any match's bytes hold in this order: as that
     // character, a letter in either case, or one of the query's stand-ins.
     std::vector<uint32_t> asciiIds;
@@ -42,7 +43,9 @@ FilterQuery filterQuery(std::u16string_view query);
 class LineScorer
 {
 public:
-    explicit LineScorer(const FilterQuery &query) : m_query(query) {}
+    explicit LineScorer(const FilterQuery &query)
+        : m_query(query), m_prepared(detail::prepareQuery(query.text, m_ids))
+    {}
 
     std::optional<double> score(std::string_view line);
 
@@ -67,6 +70,9 @@ private:
     std::optional<double> scoreAscii(std::string_view line);
 
     const FilterQuery &m_query;
+    // The query numbered with this scorer's ids, which its lines' characters share.
+    detail::CharacterIds m_ids;
+    detail::PreparedQuery m_prepared;
     detail::KernelScratch m_scratch;
     detail::TextDescriber m_describer;
 };

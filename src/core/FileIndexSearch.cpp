@@ -127,14 +127,16 @@ QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, 
     const QString trimmed = Text::trimmedWhitespace(query);
     if (trimmed.isEmpty() || limit <= 0)
         return {};
-    const detail::PreparedQuery prepared = detail::prepareQuery(QStringView(trimmed));
-    const auto m = int32_t(prepared.ids.size());
-
     detail::SearchState &state = session.state();
     detail::ListIndex &index = state.list;
     detail::KernelScratch &work = state.scratch;
-    if (!index.isFor(files))
+    if (!index.isFor(files)) {
+        // The ids handed out for the last list go with it; the query is numbered after.
+        state.ids.clear();
         index.rebuild(files, state.names);
+    }
+    const detail::PreparedQuery prepared = detail::prepareQuery(QStringView(trimmed), state.ids);
+    const auto m = int32_t(prepared.ids.size());
     // While typing, each query usually extends the last one: then only the names that passed
     // before can pass now (an alignment of the longer query begins with one of the shorter).
     const bool isNarrowing =

@@ -2,77 +2,60 @@
 
 #include "core/Unicode.h"
 
+#include <unicode/utf16.h>
+
 #include <algorithm>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 
 namespace pindle::detail {
 namespace {
 
-struct CharacterInfo
+// The id of a lowercased character beyond plain ASCII, or 0 when it is several code points
+// composed and there are no ids to number it.
+uint32_t idOfComposed(std::u16string_view loweredCharacter, CharacterIds *ids)
 {
-    uint32_t id = 0; // of the character's canonical form
-    uint8_t characterClass = 0;
-};
-
-struct TextHash
-{
-    using is_transparent = void;
-    size_t operator()(std::u16string_view text) const
-    {
-        return std::hash<std::u16string_view>()(text);
-    }
-};
-
-// Every character other than plain ASCII that a name or query has contained, keyed by its
-// text as written, with its canonical id and its class. Ids are handed out per canonical form,
-// so canonically equivalent characters share one. There is one table for the process: the scan
-// thread describes names with it and every panel its queries, and their ids must agree. Any
-// thread takes its lock around a use.
-class CharacterTable
-{
-public:
-    std::unique_lock<std::mutex> lock() { return std::unique_lock(m_mutex); }
-
-    // The caller holds the lock.
-    CharacterInfo info(std::u16string_view character)
-    {
-        if (character.size() == 1 && character[0] < 0x80)
-            return {character[0], asciiClasses[character[0]]};
-        const auto known = m_byText.find(character);
-        if (known != m_byText.end())
-            return known->second;
-
-        std::u16string form = Unicode::decomposed(character);
-        CharacterInfo made;
-        if (form.size() == 1 && form[0] < 0x80) {
-            made.id = form[0];
-        } else {
-            const auto [entry, isNew] = m_byForm.try_emplace(std::move(form), m_nextId);
-            if (isNew)
-                ++m_nextId;
-            made.id = entry->second;
-        }
-        made.characterClass = characterClass(character);
-        m_byText.emplace(std::u16string(character), made);
-        return made;
-    }
-
-private:
-    std::mutex m_mutex;
-    std::unordered_map<std::u16string, CharacterInfo, TextHash, std::equal_to<>> m_byText;
-    std::unordered_map<std::u16string, uint32_t> m_byForm;
-    uint32_t m_nextId = 128;
-};
-
-CharacterTable &characterTable()
-{
-    static CharacterTable table;
-    return table;
+    const std::u16string form = Unicode::composed(loweredCharacter);
+    if (form.size() == 1)
+        return form[0];
+    if (form.size() == 2 && U16_IS_LEAD(form[0]) && U16_IS_TRAIL(form[1]))
+        return U16_GET_SUPPLEMENTARY(form[0], form[1]);
+    return ids != nullptr ? ids->idOf(form) : 0;
 }
 
 } // namespace
+
+uint32_t CharacterIds::idOf(std::u16string_view composedForm)
+{
+    const auto known = m_ids.find(composedForm);
+    if (known != m_ids.end())
+        return known->second;
+    const auto id = uint32_t(first + m_ids.size());
+    m_ids.emplace(std::u16string(composedForm), id);
+    return id;
+}
+
+uint8_t TextDescriber::classOf(std::u16string_view character)
+{
+    const auto known = m_classes.find(character);
+    if (known != m_classes.end())
+        return known->second;
+    const uint8_t made = characterClass(character);
+    m_classes.emplace(std::u16string(character), made);
+    return made;
+}
+
+uint32_t TextDescriber::idOf(std::u16string_view loweredCharacter, CharacterIds *ids)
+{
+    const auto known = m_ids.find(loweredCharacter);
+    if (known != m_ids.end() && known->second != 0)
+        return known->second;
+    const uint32_t id = idOfComposed(loweredCharacter, ids);
+    // Ids a CharacterIds hands out are asked of it each time: it may be emptied meanwhile.
+    if (known == m_ids.end())
+        m_ids.emplace(std::u16string(loweredCharacter), id < CharacterIds::first ? id : 0);
+    return id;
+}
 
 uint8_t characterClass(std::u16string_view character)
 {
@@ -88,7 +71,8 @@ uint8_t characterClass(std::u16string_view character)
     return result;
 }
 
-const UnicodeDescription &TextDescriber::describe(std::u16string_view text)
+const UnicodeDescription &TextDescriber::describe(std::u16string_view text,
+                                                  CharacterIds *characterIds)
 {
     UnicodeDescription &out = m_description;
     const std::vector<int32_t> &bounds = m_bounds;
@@ -100,6 +84,7 @@ const UnicodeDescription &TextDescriber::describe(std::u16string_view text)
     out.mask = 0;
     out.ids.clear();
     out.flags.clear();
+    out.needsIds = false;
     Unicode::lowercased(text, m_lowered);
     m_breaks.boundaries(lowered, m_loweredBounds);
     // Characters are paired with their lowercase by position; when lowercasing merged some,
@@ -112,8 +97,6 @@ const UnicodeDescription &TextDescriber::describe(std::u16string_view text)
     uint32_t *const ids = out.ids.data();
     uint8_t *const flags = out.flags.data();
     uint64_t mask = 0;
-    CharacterTable &table = characterTable();
-    const auto guard = table.lock();
     uint8_t previousClass = 0;
     for (size_t j = 0; j < size_t(n); ++j) {
         // Plain ASCII characters, most of most texts, are their own ids and need no lookup.
@@ -121,7 +104,7 @@ const UnicodeDescription &TextDescriber::describe(std::u16string_view text)
         const auto size = size_t(bounds[j + 1]) - from;
         const uint8_t currentClass = size == 1 && text[from] < 0x80
                                          ? asciiClasses[text[from]]
-                                         : table.info(text.substr(from, size)).characterClass;
+                                         : classOf(text.substr(from, size));
         flags[j] = positionFlags(j == 0, previousClass, currentClass);
         previousClass = currentClass;
         const auto loweredFrom = size_t(loweredBounds[j]);
@@ -130,7 +113,9 @@ const UnicodeDescription &TextDescriber::describe(std::u16string_view text)
             ids[j] = lowered[loweredFrom];
             mask |= asciiMaskBits[ids[j]];
         } else {
-            ids[j] = table.info(std::u16string_view(lowered).substr(loweredFrom, loweredSize)).id;
+            ids[j] =
+                idOf(std::u16string_view(lowered).substr(loweredFrom, loweredSize), characterIds);
+            out.needsIds = out.needsIds || ids[j] == 0;
             mask |= maskBit(ids[j]);
         }
     }
@@ -138,7 +123,7 @@ const UnicodeDescription &TextDescriber::describe(std::u16string_view text)
     return out;
 }
 
-PreparedQuery prepareQuery(std::u16string_view query)
+PreparedQuery prepareQuery(std::u16string_view query, CharacterIds &ids)
 {
     PreparedQuery prepared;
     if (Unicode::isPlainAscii(query)) {
@@ -148,13 +133,13 @@ PreparedQuery prepareQuery(std::u16string_view query)
     } else {
         const std::u16string lowered = Unicode::lowercased(query);
         const std::vector<int32_t> bounds = Unicode::clusterBoundaries(lowered);
-        CharacterTable &table = characterTable();
-        const auto guard = table.lock();
-        for (size_t c = 0; c + 1 < bounds.size(); ++c)
-            prepared.ids.push_back(table
-                                       .info(std::u16string_view(lowered).substr(
-                                           size_t(bounds[c]), size_t(bounds[c + 1] - bounds[c])))
-                                       .id);
+        for (size_t c = 0; c + 1 < bounds.size(); ++c) {
+            const std::u16string_view character = std::u16string_view(lowered).substr(
+                size_t(bounds[c]), size_t(bounds[c + 1] - bounds[c]));
+            prepared.ids.push_back(character.size() == 1 && character[0] < 0x80
+                                       ? character[0]
+                                       : idOfComposed(character, &ids));
+        }
     }
     for (const uint32_t id : prepared.ids) {
         prepared.mask |= maskBit(id);

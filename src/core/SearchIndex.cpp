@@ -148,7 +148,9 @@ private:
     size_t m_arraysAt;
 };
 
-NameBatch::NameBatch(size_t expectedCount) : m_expectedCount(expectedCount) {}
+NameBatch::NameBatch(size_t expectedCount, CharacterIds *ids)
+    : m_expectedCount(expectedCount), m_ids(ids)
+{}
 
 NameBatch::~NameBatch() = default;
 
@@ -190,7 +192,10 @@ std::shared_ptr<const PreparedName> NameBatch::prepare(const QString &displayNam
         prepareAscii(*prepared, units, text, n);
         arrays += n;
     } else {
-        const UnicodeDescription &description = m_describer.describe(Unicode::units(displayName));
+        const UnicodeDescription &description =
+            m_describer.describe(Unicode::units(displayName), m_ids);
+        if (description.needsIds)
+            return nullptr;
         const auto n = size_t(description.ids.size());
         prepared = newName(n * (sizeof(uint32_t) + sizeof(uint8_t)) + keySize, arrays);
         auto *ids = reinterpret_cast<uint32_t *>(arrays);
@@ -218,9 +223,9 @@ std::shared_ptr<const PreparedName> NameBatch::prepare(const QString &displayNam
     return prepared;
 }
 
-PreparedQuery prepareQuery(QStringView query)
+PreparedQuery prepareQuery(QStringView query, CharacterIds &ids)
 {
-    return prepareQuery(Unicode::units(query));
+    return prepareQuery(Unicode::units(query), ids);
 }
 
 namespace {

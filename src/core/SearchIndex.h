@@ -50,14 +50,17 @@ struct NameBlock;
 class NameBatch
 {
 public:
-    // expectedCount: about how many names this batch will prepare.
-    explicit NameBatch(size_t expectedCount);
+    // expectedCount: about how many names this batch will prepare. ids: where the ids of
+    // characters of several code points come from (CharacterIds); without, a name holding one is
+    // not prepared, and the search session prepares it with its own.
+    explicit NameBatch(size_t expectedCount, CharacterIds *ids = nullptr);
     ~NameBatch();
     NameBatch(const NameBatch &) = delete;
     NameBatch &operator=(const NameBatch &) = delete;
 
     // collationKey is Collation::sortKey(displayName), which the scan has already computed for
-    // its sort; when empty the search computes it if needed.
+    // its sort; when empty the search computes it if needed. Null when the name needs ids the
+    // batch has none of.
     std::shared_ptr<const PreparedName> prepare(const QString &displayName,
                                                 QByteArrayView collationKey);
 
@@ -65,16 +68,17 @@ private:
     std::shared_ptr<PreparedName> newName(size_t arrayBytes, std::byte *&arrays);
 
     size_t m_expectedCount;
+    CharacterIds *m_ids;
     std::shared_ptr<NameBlock> m_block;
     TextDescriber m_describer;
 };
 
 // prepareQuery of MatchText.h, for a query held as a Qt string.
-PreparedQuery prepareQuery(QStringView query);
+PreparedQuery prepareQuery(QStringView query, CharacterIds &ids);
 // A QString converts to std::u16string_view too (Qt 6.7): this settles which one is meant.
-inline PreparedQuery prepareQuery(const QString &query)
+inline PreparedQuery prepareQuery(const QString &query, CharacterIds &ids)
 {
-    return prepareQuery(QStringView(query));
+    return prepareQuery(QStringView(query), ids);
 }
 
 // Makes the next scan list the folder and build every record anew, as the first scan of a
@@ -123,10 +127,13 @@ struct ListIndex
 // Everything a search session reuses from one call to the next.
 struct SearchState
 {
+    // Numbers the list's and the queries' characters of several code points; emptied with the
+    // list index, which then prepares again the names that needed it.
+    CharacterIds ids;
+    NameBatch names{0, &ids};
     ListIndex list;
     KernelScratch scratch;
     std::vector<int32_t> trace;
-    NameBatch names{0};
 };
 
 } // namespace pindle::detail

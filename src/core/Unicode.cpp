@@ -16,11 +16,18 @@ const UChar *icuChars(std::u16string_view text)
     return text.data();
 }
 
-// ICU keeps the normalizer itself, once made, for the life of the process.
+// ICU keeps the normalizers themselves, once made, for the life of the process.
 const UNormalizer2 *nfd()
 {
     UErrorCode status = U_ZERO_ERROR;
     const UNormalizer2 *made = unorm2_getNFDInstance(&status);
+    return U_SUCCESS(status) ? made : nullptr;
+}
+
+const UNormalizer2 *nfc()
+{
+    UErrorCode status = U_ZERO_ERROR;
+    const UNormalizer2 *made = unorm2_getNFCInstance(&status);
     return U_SUCCESS(status) ? made : nullptr;
 }
 
@@ -197,17 +204,18 @@ void lowercased(std::u16string_view text, std::u16string &result)
     mapped(text, u_strToLower, result);
 }
 
-std::u16string decomposed(std::u16string_view text)
+namespace {
+
+std::u16string normalized(const UNormalizer2 *normalizer, std::u16string_view text)
 {
-    const UNormalizer2 *normalizer = nfd();
     if (normalizer == nullptr)
         return std::u16string(text);
     UErrorCode status = U_ZERO_ERROR;
     if (unorm2_isNormalized(normalizer, icuChars(text), int32_t(text.size()), &status) &&
         U_SUCCESS(status))
         return std::u16string(text);
-    // A canonical decomposition is rarely more than three times as long; retry once with the
-    // exact size if it is.
+    // A normalized text is rarely more than three times as long; retry once with the exact size
+    // if it is.
     std::u16string result(3 * text.size() + 8, u'\0');
     status = U_ZERO_ERROR;
     int32_t length = unorm2_normalize(normalizer, icuChars(text), int32_t(text.size()),
@@ -222,6 +230,18 @@ std::u16string decomposed(std::u16string_view text)
         return std::u16string(text);
     result.resize(size_t(length));
     return result;
+}
+
+} // namespace
+
+std::u16string decomposed(std::u16string_view text)
+{
+    return normalized(nfd(), text);
+}
+
+std::u16string composed(std::u16string_view text)
+{
+    return normalized(nfc(), text);
 }
 
 bool canonicallyEqual(std::u16string_view a, std::u16string_view b)

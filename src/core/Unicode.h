@@ -48,6 +48,9 @@ std::u16string uppercased(std::u16string_view text);
 
 // Canonical decomposition (NFD): canonically equivalent texts have identical decompositions.
 std::u16string decomposed(std::u16string_view text);
+// Canonical composition (NFC): identical for canonically equivalent texts too, and for most
+// characters a single code point.
+std::u16string composed(std::u16string_view text);
 bool canonicallyEqual(std::u16string_view a, std::u16string_view b);
 
 // The character tests of the matcher, for one user-perceived character (one grapheme cluster).
