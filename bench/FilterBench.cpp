@@ -3,7 +3,7 @@
 // Qt, so that a run costs what the matching costs and not the loading of Qt; every other mode
 // of pindle-bench is pindle-search-bench's (SearchBench.cpp), which this program becomes.
 
-#include "core/MatchText.h"
+#include "LineFilter.h"
 #include "core/Unicode.h"
 
 #include <algorithm>
@@ -126,7 +126,7 @@ struct FilterHit
 };
 
 // Scores the lines of a stretch of whole lines, appending the matches in input order.
-void filterLines(std::string_view input, const detail::PreparedQuery &query,
+void filterLines(std::string_view input, const filter::FilterQuery &query,
                  PageArray<FilterHit> &hits)
 {
     // Room for a hit on every line of usual length.
@@ -136,7 +136,7 @@ void filterLines(std::string_view input, const detail::PreparedQuery &query,
         const char *const lineEnd = line.data() + line.size();
         hits.push_back({score, line.data(), line.size() + (lineEnd < end ? 1 : 0)});
     };
-    detail::scoreLines(query, input, keep);
+    filter::LineScorer(query).scoreLines(input, keep);
 }
 
 // The hits of all parts, which hold them in input order, put in result by score, highest first, and
@@ -241,7 +241,7 @@ int runFilter(const char *queryArgument)
 {
     PageArray<char> storage;
     const std::string_view input = readInput(storage);
-    const detail::PreparedQuery query = detail::prepareQuery(Unicode::fromUtf8(queryArgument));
+    const filter::FilterQuery query = filter::filterQuery(Unicode::fromUtf8(queryArgument));
 
     size_t middle = input.find('\n', input.size() / 2);
     middle = middle == std::string_view::npos ? input.size() : middle + 1;

@@ -11,6 +11,7 @@
 #include "core/Collation.h"
 #include "core/FileIndex.h"
 #include "core/SearchIndex.h"
+#include "core/SearchSession.h"
 
 #include <QFile>
 #include <QString>
@@ -180,9 +181,9 @@ Prepared prepare(const QStringList &names)
         result.files.push_back(
             {QUrl::fromLocalFile(u"/shortcuts/"_qs + QString::number(i)), names[i], nullptr});
     const Clock::time_point start = Clock::now();
-    const detail::NameBatch batch(size_t(names.size()));
+    detail::NameBatch batch(size_t(names.size()));
     for (qsizetype i = 0; i < names.size(); ++i)
-        result.files[i].prepared = detail::prepareName(names[i], std::move(keys[size_t(i)]));
+        result.files[i].prepared = batch.prepare(names[i], std::move(keys[size_t(i)]));
     result.prepareMs = millisecondsSince(start);
     return result;
 }
@@ -206,15 +207,17 @@ struct Latencies
     }
 };
 
-// Types the query one character at a time, searching after each.
-void typeQuery(const QList<IndexedFile> &files, const QString &query, Latencies &latencies)
+// Types the query one character at a time, searching after each, as a panel does with its
+// session.
+void typeQuery(const QList<IndexedFile> &files, const QString &query, SearchSession &session,
+               Latencies &latencies)
 {
     for (qsizetype length = 1; length <= query.size(); ++length) {
         if (length < query.size() && query[length - 1].isHighSurrogate())
             continue;
         const QString typed = query.left(length);
         const Clock::time_point start = Clock::now();
-        const QList<ScoredFile> results = FileIndex::search(typed, files, launcherLimit);
+        const QList<ScoredFile> results = FileIndex::search(typed, files, launcherLimit, session);
         latencies.samples.push_back(millisecondsSince(start));
         latencies.hits += size_t(results.size());
     }
@@ -228,10 +231,11 @@ int runTable()
         const Prepared prepared = prepare(generatedCorpus(count));
         Latencies latencies;
         // One untimed round first, so that lazily built state (ICU data) is not counted.
+        SearchSession session;
         Latencies warmup;
-        typeQuery(prepared.files, defaultQueries.front(), warmup);
+        typeQuery(prepared.files, defaultQueries.front(), session, warmup);
         for (const QString &query : defaultQueries)
-            typeQuery(prepared.files, query, latencies);
+            typeQuery(prepared.files, query, session, latencies);
         std::printf("%8d %11.2f %10zu %10.3f %9.3f %9.3f\n", count, prepared.prepareMs,
                     latencies.samples.size(), latencies.quantile(0.5), latencies.quantile(0.99),
                     latencies.max());
@@ -250,16 +254,18 @@ int runKeystrokes(const char *namesPath, int queryCount, char **queries)
     if (!names.isEmpty() && names.back().isEmpty())
         names.pop_back();
     const Prepared prepared = prepare(names);
+    SearchSession session;
     Latencies warmup;
-    typeQuery(prepared.files, QString::fromLocal8Bit(queries[0]), warmup);
+    typeQuery(prepared.files, QString::fromLocal8Bit(queries[0]), session, warmup);
     Latencies all;
     for (int q = 0; q < queryCount; ++q) {
         const QString query = QString::fromLocal8Bit(queries[q]);
         Latencies one;
-        typeQuery(prepared.files, query, one);
-        std::printf("query=\"%s\" keystrokes=%zu median_ms=%.3f max_ms=%.3f results_last=%zu\n",
-                    queries[q], one.samples.size(), one.quantile(0.5), one.max(),
-                    size_t(FileIndex::search(query, prepared.files, launcherLimit).size()));
+        typeQuery(prepared.files, query, session, one);
+        std::printf(
+            "query=\"%s\" keystrokes=%zu median_ms=%.3f max_ms=%.3f results_last=%zu\n", queries[q],
+            one.samples.size(), one.quantile(0.5), one.max(),
+            size_t(FileIndex::search(query, prepared.files, launcherLimit, session).size()));
         all.samples.insert(all.samples.end(), one.samples.begin(), one.samples.end());
     }
     std::printf("keystrokes=%zu median_ms=%.3f p99_ms=%.3f max_ms=%.3f prepare_ms=%.2f\n",

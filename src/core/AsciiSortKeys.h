@@ -22,8 +22,8 @@ public:
     static std::optional<AsciiSortKeys> learn(const icu::Collator &collator);
 
     // Appends the key of name without the terminating zero byte and returns true, or returns
-    // false and leaves keys as they were when name isn't plain ASCII (or holds a run of digits
-    // too long for the table).
+    // false and leaves keys as they were when name isn't plain ASCII (Unicode::isPlainAscii),
+    // or holds a run of digits too long for the table.
     bool append(std::u16string_view name, std::string &keys) const;
 
 private:

@@ -47,6 +47,8 @@ std::unique_ptr<icu::Collator> makeCollator()
     return collator;
 }
 
+// Made once, on whichever thread asks first, and only read after that: the scan's thread and
+// the main thread share it through const calls, which ICU's collators allow.
 const icu::Collator *collator()
 {
     static const std::unique_ptr<icu::Collator> instance = makeCollator();
@@ -67,16 +69,6 @@ icu::UnicodeString toIcu(const QString &text)
 }
 
 } // namespace
-
-int compare(const QString &a, const QString &b)
-{
-    const icu::Collator *c = collator();
-    if (c == nullptr)
-        return QString::compare(a, b, Qt::CaseInsensitive);
-    UErrorCode status = U_ZERO_ERROR;
-    const UCollationResult result = c->compare(toIcu(a), toIcu(b), status);
-    return U_FAILURE(status) ? 0 : int(result);
-}
 
 QByteArray sortKey(const QString &name)
 {

@@ -252,7 +252,6 @@ bool startScan(FolderListing &listing)
             return true;
         }
     }
-    detail::forgetSearchedList();
     watched.files = {};
     watched.isListed = false;
     return false;
@@ -366,7 +365,7 @@ void listFolder(FolderListing &listing, const std::atomic<bool> *isCancelled)
         return keyOf(listed[a.index]) < keyOf(listed[b.index]);
     });
 
-    const detail::NameBatch batch(size_t(std::ranges::count_if(listed, &Listed::isNew)));
+    detail::NameBatch batch(size_t(std::ranges::count_if(listed, &Listed::isNew)));
     QList<IndexedFile> files;
     files.reserve(qsizetype(listed.size()));
     // The sort has scattered the names over memory: each is asked for some entries ahead, so
@@ -380,7 +379,7 @@ void listFolder(FolderListing &listing, const std::atomic<bool> *isCancelled)
         Listed &entry = listed[order[i].index];
         if (entry.isNew) {
             const std::string_view key = keyOf(entry);
-            entry.record.prepared = detail::prepareName(
+            entry.record.prepared = batch.prepare(
                 entry.record.displayName, QByteArrayView(key.data(), qsizetype(key.size())));
         }
         files.append(entry.record);

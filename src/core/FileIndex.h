@@ -9,6 +9,8 @@
 
 namespace pindle {
 
+class SearchSession;
+
 namespace detail {
 struct PreparedName;
 }
@@ -58,7 +60,13 @@ void listFolder(FolderListing &listing, const std::atomic<bool> *isCancelled);
 QList<IndexedFile> finishScan(FolderListing &&listing);
 // Whether the folder takes more than mostBytes on disk: listing it would be felt.
 bool isLarge(qint64 mostBytes);
+// The files whose names match the query best, at most limit of them, best first; names of equal
+// score in the file browser's order. Leading and trailing spaces and tabs of the query are
+// ignored. A session (SearchSession.h) makes a key stroke's search cheaper, not different.
 QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, qsizetype limit);
+QList<ScoredFile> search(const QString &query, const QList<IndexedFile> &files, qsizetype limit,
+                         SearchSession &session);
+// The files whose target is the address (trimmed), up to canonical equivalence, in list order.
 QList<ScoredFile> matching(const QString &url, const QList<IndexedFile> &files, qsizetype limit);
 
 } // namespace FileIndex

@@ -69,7 +69,7 @@ std::optional<Result> match(const QString &query, const QString &candidate)
 
     detail::KernelScratch scratch;
     std::vector<int32_t> positions;
-    const std::optional<detail::KernelOutcome> outcome = detail::runKernel(
+    const std::optional<detail::KernelOutcome> outcome = detail::bestAlignment(
         detail::InternedName{ids.data(), flags.data(), n}, queryIds.data(), m, scratch, &positions);
     if (!outcome)
         return std::nullopt;

@@ -8,12 +8,6 @@
 #include <emmintrin.h>
 #endif
 
-// The recurrence is evaluated sparsely: a row keeps only the positions where its query
-// character occurs and an alignment can end, in increasing order, and each row is confined to
-// the positions between the earliest and the latest placement of its character that still
-// leaves room for the rest of the query. Cells outside those bounds can never be part of a
-// complete alignment, and the running maximum and the window queue see the same sources in the
-// same order as a dense sweep would, so totals and tie-breaks are those of the dense tables.
 namespace pindle::detail {
 namespace {
 
@@ -47,15 +41,13 @@ int32_t findBackward(const InternedName &name, int32_t to, uint32_t id)
     return -1;
 }
 
-template <typename Unit>
-uint8_t flagsAt(const AsciiName<Unit> &name, int32_t j)
+uint8_t flagsAt(const AsciiName &name, int32_t j)
 {
     const uint8_t current = asciiClasses[uint8_t(name.text[j])];
     return positionFlags(j == 0, j > 0 ? asciiClasses[uint8_t(name.text[j - 1])] : 0, current);
 }
 
-template <typename Unit>
-bool isLetterAt(const AsciiName<Unit> &name, int32_t j)
+bool isLetterAt(const AsciiName &name, int32_t j)
 {
     return asciiClasses[uint8_t(name.text[j])] & letterClass;
 }
@@ -69,24 +61,20 @@ constexpr uint32_t caseBit(uint32_t id)
 
 #ifdef __SSE2__
 // Sixteen bytes of a name compared at once with one ASCII character, case folded as caseBit
-// says: a mask with one bit per byte that matched (two per matching 16-bit unit).
-template <typename Unit>
+// says: a mask with one bit per byte that matched.
 struct LaneMatcher
 {
-    static constexpr int32_t lanes = 16 / int32_t(sizeof(Unit));
+    static constexpr int32_t lanes = 16;
 
     explicit LaneMatcher(uint32_t id)
-        : fold(sizeof(Unit) == 1 ? _mm_set1_epi8(char(caseBit(id)))
-                                 : _mm_set1_epi16(short(caseBit(id)))),
-          wanted(sizeof(Unit) == 1 ? _mm_set1_epi8(char(id)) : _mm_set1_epi16(short(id)))
+        : fold(_mm_set1_epi8(char(caseBit(id)))), wanted(_mm_set1_epi8(char(id)))
     {}
 
-    int matchesAt(const Unit *text) const
+    int matchesAt(const char *text) const
     {
         const __m128i block =
             _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(text)), fold);
-        return _mm_movemask_epi8(sizeof(Unit) == 1 ? _mm_cmpeq_epi8(block, wanted)
-                                                   : _mm_cmpeq_epi16(block, wanted));
+        return _mm_movemask_epi8(_mm_cmpeq_epi8(block, wanted));
     }
 
     __m128i fold;
@@ -94,60 +82,63 @@ struct LaneMatcher
 };
 #endif
 
-template <typename Unit>
-int32_t findForward(const AsciiName<Unit> &name, int32_t from, int32_t to, uint32_t id)
+// The ASCII path searches the bytes for a character, sixteen at a time; a byte equals an id
+// exactly where the described name would hold that id (ids beyond ASCII occur in no such name).
+int32_t findForward(const AsciiName &name, int32_t from, int32_t to, uint32_t id)
 {
     if (id >= 0x80)
         return -1;
-    const Unit fold = Unit(caseBit(id));
-    const Unit wanted = Unit(id);
+    const char fold = char(caseBit(id));
+    const char wanted = char(id);
     int32_t j = from;
 #ifdef __SSE2__
-    const LaneMatcher<Unit> matcher(id);
+    const LaneMatcher matcher(id);
     for (; j + matcher.lanes <= to; j += matcher.lanes) {
         if (const int bits = matcher.matchesAt(name.text + j))
-            return j + __builtin_ctz(unsigned(bits)) / int32_t(sizeof(Unit));
+            return j + __builtin_ctz(unsigned(bits));
     }
 #endif
     for (; j < to; ++j)
-        if (Unit(name.text[j] | fold) == wanted)
+        if (char(name.text[j] | fold) == wanted)
             return j;
     return -1;
 }
 
-template <typename Unit>
-int32_t findBackward(const AsciiName<Unit> &name, int32_t to, uint32_t id)
+int32_t findBackward(const AsciiName &name, int32_t to, uint32_t id)
 {
     if (id >= 0x80)
         return -1;
-    const Unit fold = Unit(caseBit(id));
-    const Unit wanted = Unit(id);
+    const char fold = char(caseBit(id));
+    const char wanted = char(id);
     int32_t j = to;
 #ifdef __SSE2__
-    const LaneMatcher<Unit> matcher(id);
+    const LaneMatcher matcher(id);
     for (; j - matcher.lanes >= 0; j -= matcher.lanes) {
         if (const int bits = matcher.matchesAt(name.text + j - matcher.lanes))
-            return j - matcher.lanes + (31 - __builtin_clz(unsigned(bits))) / int32_t(sizeof(Unit));
+            return j - matcher.lanes + (31 - __builtin_clz(unsigned(bits)));
     }
 #endif
     for (--j; j >= 0; --j)
-        if (Unit(name.text[j] | fold) == wanted)
+        if (char(name.text[j] | fold) == wanted)
             return j;
     return -1;
 }
 
+} // namespace
+
 template <typename Name>
-std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int32_t m,
-                                    KernelScratch &s, std::vector<int32_t> *positions,
-                                    int32_t mustReach, const int32_t *gainAfter)
+std::optional<KernelOutcome> bestAlignment(const Name &name, const uint32_t *query, int32_t m,
+                                           KernelScratch &s, std::vector<int32_t> *positions,
+                                           int32_t mustReach, const int32_t *gainAfter)
 {
     const int32_t n = name.count;
     if (m <= 0 || n < m)
         return std::nullopt;
 
     if (m == 1) {
-        // The best single position, leftmost among equals. Past position 0 no bonus exceeds
-        // afterSeparatorBonus, so once that could no longer beat the best, the rest is skipped.
+        // T[0] alone: the best single position, leftmost among equals. Past position 0 no
+        // bonus exceeds afterSeparatorBonus, so once that could no longer beat the best, the
+        // rest is skipped.
         int32_t best = none;
         int32_t bestAt = -1;
         const int32_t first = findForward(name, 0, n, query[0]);
@@ -164,14 +155,13 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
             if (best >= afterSeparatorBonus - (j + 1))
                 break;
         }
-        if (bestAt < 0)
-            return std::nullopt;
         if (positions)
             *positions = {bestAt};
         return KernelOutcome{best, bestAt};
     }
 
-    // Quick rejection, and the earliest placement of each query character.
+    // Quick rejection, and the earliest placement of each query character: low[i] and high[i]
+    // bound the positions of row i that can be part of a complete alignment.
     if (s.low.size() < size_t(m)) {
         s.low.resize(size_t(m));
         s.high.resize(size_t(m));
@@ -203,7 +193,7 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
         }
     };
 
-    // First row: any occurrence, paying for the characters before it.
+    // First row, T[0]: any occurrence, paying for the characters before it.
     s.rowBegin[0] = 0;
     ensureCells(size_t(n));
     int32_t rowBest = none;
@@ -351,51 +341,11 @@ std::optional<KernelOutcome> kernel(const Name &name, const uint32_t *query, int
     return outcome;
 }
 
-} // namespace
-
-bool occursInOrder(std::string_view bytes, const uint32_t *query, int32_t m)
-{
-    const AsciiName<char> name{bytes.data(), int32_t(bytes.size())};
-    int32_t at = 0;
-    for (int32_t i = 0; i < m; ++i) {
-        at = findForward(name, at, name.count, query[i]);
-        if (at < 0)
-            return false;
-        ++at;
-    }
-    return true;
-}
-
-bool isPlainAscii(std::string_view bytes)
-{
-    size_t at = 0;
-#ifdef __SSE2__
-    const __m128i carriageReturn = _mm_set1_epi8('\r');
-    for (; at + 16 <= bytes.size(); at += 16) {
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes.data() + at));
-        if (_mm_movemask_epi8(_mm_or_si128(block, _mm_cmpeq_epi8(block, carriageReturn))) != 0)
-            return false;
-    }
-#endif
-    for (; at < bytes.size(); ++at)
-        if ((static_cast<unsigned char>(bytes[at]) & 0x80) || bytes[at] == '\r')
-            return false;
-    return true;
-}
-
-template <typename Name>
-std::optional<KernelOutcome> runKernel(const Name &name, const uint32_t *query, int32_t m,
-                                       KernelScratch &scratch, std::vector<int32_t> *positions,
-                                       int32_t mustReach, const int32_t *gainAfter)
-{
-    return kernel(name, query, m, scratch, positions, mustReach, gainAfter);
-}
-
-template std::optional<KernelOutcome> runKernel(const AsciiName<char> &, const uint32_t *, int32_t,
-                                                KernelScratch &, std::vector<int32_t> *, int32_t,
-                                                const int32_t *);
-template std::optional<KernelOutcome> runKernel(const InternedName &, const uint32_t *, int32_t,
-                                                KernelScratch &, std::vector<int32_t> *, int32_t,
-                                                const int32_t *);
+template std::optional<KernelOutcome> bestAlignment(const AsciiName &, const uint32_t *, int32_t,
+                                                    KernelScratch &, std::vector<int32_t> *,
+                                                    int32_t, const int32_t *);
+template std::optional<KernelOutcome> bestAlignment(const InternedName &, const uint32_t *, int32_t,
+                                                    KernelScratch &, std::vector<int32_t> *,
+                                                    int32_t, const int32_t *);
 
 } // namespace pindle::detail

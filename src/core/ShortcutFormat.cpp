@@ -209,21 +209,6 @@ private:
     quint64 m_bytesReached = 0;
 };
 
-bool isNewline(char16_t c)
-{
-    return c == u'\n' || c == u'\v' || c == u'\f' || c == u'\r' || c == 0x85 || c == 0x2028 ||
-           c == 0x2029;
-}
-
-QStringView trimmedWhitespace(QStringView text)
-{
-    while (!text.isEmpty() && Text::isWhitespace(text.front().unicode()))
-        text = text.sliced(1);
-    while (!text.isEmpty() && Text::isWhitespace(text.back().unicode()))
-        text.chop(1);
-    return text;
-}
-
 // A mark after "url=" would join the "=" into one user-perceived character, and the line then
 // does not start with the four characters of the key.
 bool extendsPreviousCharacter(QStringView text)
@@ -366,13 +351,13 @@ std::optional<QString> iniTarget(QByteArrayView bytes)
     QStringView rest(text);
     while (!rest.isEmpty()) {
         qsizetype end = 0;
-        while (end < rest.size() && !isNewline(rest[end].unicode()))
+        while (end < rest.size() && !Text::isNewline(rest[end].unicode()))
             ++end;
-        const QStringView line = trimmedWhitespace(rest.first(end));
+        const QStringView line = Text::withoutWhitespace(rest.first(end));
         rest = rest.sliced(std::min(end + 1, rest.size()));
         if (!startsWithUrlKey(line))
             continue;
-        const QStringView value = trimmedWhitespace(line.sliced(4));
+        const QStringView value = Text::withoutWhitespace(line.sliced(4));
         if (value.isEmpty())
             return std::nullopt;
         return value.toString();

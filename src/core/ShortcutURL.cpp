@@ -2,7 +2,6 @@
 
 #include "core/FileType.h"
 #include "core/LocalPath.h"
-#include "core/SearchIndex.h"
 #include "core/ShortcutFormat.h"
 
 #include <QHash>

@@ -37,6 +37,9 @@ void forgetFile(const QUrl &file);
 // Drops the cached answers for the files whose changes the folder watch can't see.
 void forgetUnwatchedFiles();
 bool isTargetCached(const QUrl &file);
+// Reads the targets of the files not yet cached, on this thread and one helper, into the cache;
+// the helper only reads files, and the caches are filled once it has finished.
+void cacheTargets(const QList<IndexedFile> &files);
 // The targets of `files` in their order when all of them are cached, else null. Valid until the
 // next call or the next change to the caches.
 const std::vector<std::optional<QString>> *cachedTargets(const QList<IndexedFile> &files);

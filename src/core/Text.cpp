@@ -6,7 +6,7 @@ namespace pindle::Text {
 namespace {
 
 template <typename Predicate>
-QString trimmed(QStringView text, Predicate isTrimmed)
+QStringView trimmed(QStringView text, Predicate isTrimmed)
 {
     qsizetype begin = 0;
     qsizetype end = text.size();
@@ -14,7 +14,7 @@ QString trimmed(QStringView text, Predicate isTrimmed)
         ++begin;
     while (end > begin && isTrimmed(text[end - 1].unicode()))
         --end;
-    return text.sliced(begin, end - begin).toString();
+    return text.sliced(begin, end - begin);
 }
 
 } // namespace
@@ -25,19 +25,29 @@ bool isWhitespace(char16_t c)
     return c == u'\t' || QChar::category(char32_t(c)) == QChar::Separator_Space;
 }
 
-bool isWhitespaceOrNewline(char16_t c)
+bool isNewline(char16_t c)
 {
-    return isWhitespace(c) || (c >= 0x0A && c <= 0x0D) || c == 0x85 || c == 0x2028 || c == 0x2029;
+    return (c >= 0x0A && c <= 0x0D) || c == 0x85 || c == 0x2028 || c == 0x2029;
 }
 
-QString trimmedWhitespace(QStringView text)
+bool isWhitespaceOrNewline(char16_t c)
+{
+    return isWhitespace(c) || isNewline(c);
+}
+
+QStringView withoutWhitespace(QStringView text)
 {
     return trimmed(text, isWhitespace);
 }
 
+QString trimmedWhitespace(QStringView text)
+{
+    return trimmed(text, isWhitespace).toString();
+}
+
 QString trimmedWhitespaceAndNewlines(QStringView text)
 {
-    return trimmed(text, isWhitespaceOrNewline);
+    return trimmed(text, isWhitespaceOrNewline).toString();
 }
 
 } // namespace pindle::Text

@@ -16,34 +16,19 @@ const UChar *icuChars(std::u16string_view text)
     return text.data();
 }
 
-struct BreakIteratorClose
-{
-    void operator()(UBreakIterator *iterator) const { ubrk_close(iterator); }
-};
-
-// Opening a break iterator loads rule data, so each thread keeps one.
-UBreakIterator *characterBreaks()
-{
-    thread_local const std::unique_ptr<UBreakIterator, BreakIteratorClose> iterator = [] {
-        UErrorCode status = U_ZERO_ERROR;
-        UBreakIterator *made = ubrk_open(UBRK_CHARACTER, "", nullptr, 0, &status);
-        if (U_FAILURE(status)) {
-            ubrk_close(made);
-            made = nullptr;
-        }
-        return std::unique_ptr<UBreakIterator, BreakIteratorClose>(made);
-    }();
-    return iterator.get();
-}
-
+// ICU keeps the normalizers themselves, once made, for the life of the process.
 const UNormalizer2 *nfd()
 {
-    static const UNormalizer2 *instance = [] {
-        UErrorCode status = U_ZERO_ERROR;
-        const UNormalizer2 *made = unorm2_getNFDInstance(&status);
-        return U_SUCCESS(status) ? made : nullptr;
-    }();
-    return instance;
+    UErrorCode status = U_ZERO_ERROR;
+    const UNormalizer2 *made = unorm2_getNFDInstance(&status);
+    return U_SUCCESS(status) ? made : nullptr;
+}
+
+const UNormalizer2 *nfc()
+{
+    UErrorCode status = U_ZERO_ERROR;
+    const UNormalizer2 *made = unorm2_getNFCInstance(&status);
+    return U_SUCCESS(status) ? made : nullptr;
 }
 
 using CaseMapping = int32_t (*)(UChar *, int32_t, const UChar *, int32_t, const char *,
@@ -131,7 +116,34 @@ bool isPlainBoundary(std::u16string_view text, size_t at)
 
 } // namespace
 
-void clusterBoundaries(std::u16string_view text, std::vector<int32_t> &boundaries)
+struct ClusterBreaker::Iterator
+{
+    UBreakIterator *breaks = nullptr;
+    bool isOpened = false;
+
+    ~Iterator() { ubrk_close(breaks); }
+
+    // Null when ICU has no break rules; never so on a working install.
+    UBreakIterator *get()
+    {
+        if (!isOpened) {
+            isOpened = true;
+            UErrorCode status = U_ZERO_ERROR;
+            breaks = ubrk_open(UBRK_CHARACTER, "", nullptr, 0, &status);
+            if (U_FAILURE(status)) {
+                ubrk_close(breaks);
+                breaks = nullptr;
+            }
+        }
+        return breaks;
+    }
+};
+
+ClusterBreaker::ClusterBreaker() : m_iterator(std::make_unique<Iterator>()) {}
+
+ClusterBreaker::~ClusterBreaker() = default;
+
+void ClusterBreaker::boundaries(std::u16string_view text, std::vector<int32_t> &boundaries)
 {
     boundaries.clear();
     boundaries.reserve(text.size() + 1);
@@ -139,13 +151,6 @@ void clusterBoundaries(std::u16string_view text, std::vector<int32_t> &boundarie
     if (text.empty())
         return;
     const auto size = int32_t(text.size());
-    UBreakIterator *breaks = characterBreaks();
-    if (breaks == nullptr) {
-        // Without ICU data every code unit stands alone; never reached on a working install.
-        for (int32_t i = 1; i <= size; ++i)
-            boundaries.push_back(i);
-        return;
-    }
     // The text is cut at every plain boundary, and only the stretches between them longer than
     // one code unit are given to the break iterator.
     int32_t spanStart = 0;
@@ -155,9 +160,12 @@ void clusterBoundaries(std::u16string_view text, std::vector<int32_t> &boundarie
         if (at - spanStart == 1) {
             boundaries.push_back(at);
         } else {
+            UBreakIterator *breaks = m_iterator->get();
             UErrorCode status = U_ZERO_ERROR;
-            ubrk_setText(breaks, text.data() + spanStart, at - spanStart, &status);
-            if (U_FAILURE(status)) {
+            if (breaks != nullptr)
+                ubrk_setText(breaks, text.data() + spanStart, at - spanStart, &status);
+            // Without ICU's rules every code unit stands alone.
+            if (breaks == nullptr || U_FAILURE(status)) {
                 for (int32_t i = spanStart + 1; i <= at; ++i)
                     boundaries.push_back(i);
             } else {
@@ -172,8 +180,18 @@ void clusterBoundaries(std::u16string_view text, std::vector<int32_t> &boundarie
 std::vector<int32_t> clusterBoundaries(std::u16string_view text)
 {
     std::vector<int32_t> boundaries;
-    clusterBoundaries(text, boundaries);
+    ClusterBreaker().boundaries(text, boundaries);
     return boundaries;
+}
+
+// A reduction without an early exit, which the compiler turns into vector code: names are
+// short, and most are plain.
+bool isPlainAscii(std::u16string_view text)
+{
+    unsigned isOther = 0;
+    for (const char16_t c : text)
+        isOther |= unsigned(c >= 0x80) | unsigned(c == u'\r');
+    return isOther == 0;
 }
 
 std::u16string lowercased(std::u16string_view text)
@@ -186,22 +204,18 @@ void lowercased(std::u16string_view text, std::u16string &result)
     mapped(text, u_strToLower, result);
 }
 
-std::u16string uppercased(std::u16string_view text)
-{
-    return mapped(text, u_strToUpper);
-}
+namespace {
 
-std::u16string decomposed(std::u16string_view text)
+std::u16string normalized(const UNormalizer2 *normalizer, std::u16string_view text)
 {
-    const UNormalizer2 *normalizer = nfd();
     if (normalizer == nullptr)
         return std::u16string(text);
     UErrorCode status = U_ZERO_ERROR;
     if (unorm2_isNormalized(normalizer, icuChars(text), int32_t(text.size()), &status) &&
         U_SUCCESS(status))
         return std::u16string(text);
-    // A canonical decomposition is rarely more than three times as long; retry once with the
-    // exact size if it is.
+    // A normalized text is rarely more than three times as long; retry once with the exact size
+    // if it is.
     std::u16string result(3 * text.size() + 8, u'\0');
     status = U_ZERO_ERROR;
     int32_t length = unorm2_normalize(normalizer, icuChars(text), int32_t(text.size()),
@@ -216,6 +230,18 @@ std::u16string decomposed(std::u16string_view text)
         return std::u16string(text);
     result.resize(size_t(length));
     return result;
+}
+
+} // namespace
+
+std::u16string decomposed(std::u16string_view text)
+{
+    return normalized(nfd(), text);
+}
+
+std::u16string composed(std::u16string_view text)
+{
+    return normalized(nfc(), text);
 }
 
 bool canonicallyEqual(std::u16string_view a, std::u16string_view b)

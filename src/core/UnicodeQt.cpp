@@ -13,11 +13,6 @@ QString lowercased(QStringView text)
     return toQString(lowercased(units(text)));
 }
 
-QString uppercased(QStringView text)
-{
-    return toQString(uppercased(units(text)));
-}
-
 QString decomposed(QStringView text)
 {
     return toQString(decomposed(units(text)));

@@ -23,7 +23,6 @@ inline QString toQString(std::u16string_view text)
 
 std::vector<qsizetype> clusterBoundaries(QStringView text);
 QString lowercased(QStringView text);
-QString uppercased(QStringView text);
 QString decomposed(QStringView text);
 bool canonicallyEqual(QStringView a, QStringView b);
 bool isLowercase(QStringView character);
@@ -39,10 +38,6 @@ inline std::vector<qsizetype> clusterBoundaries(const QString &text)
 inline QString lowercased(const QString &text)
 {
     return lowercased(QStringView(text));
-}
-inline QString uppercased(const QString &text)
-{
-    return uppercased(QStringView(text));
 }
 inline QString decomposed(const QString &text)
 {

@@ -122,7 +122,7 @@ void CreatorController::updateResults()
     if (!FileIndex::directoryExists() || isAwaitingFiles()) {
         results.clear();
     } else if (!name.isEmpty()) {
-        results = FileIndex::search(name, files, resultLimit);
+        results = FileIndex::search(name, files, resultLimit, m_search);
     } else if (!Text::trimmedWhitespaceAndNewlines(m_urlField->text()).isEmpty() &&
                !m_targets.ensureTargets(files)) {
         // No list rather than one made of some targets: targetsRead() shows it.

@@ -4,6 +4,7 @@
 // While the name is empty it lists the shortcuts that already point at the address; once a name
 // is typed, the shortcuts whose names match it. Return saves, or adopts the selected row's name.
 
+#include "core/SearchSession.h"
 #include "core/TargetReader.h"
 #include "ui/CommandField.h"
 #include "ui/PanelController.h"
@@ -56,6 +57,7 @@ private:
     // Threads: the reader's worker only reads files; everything here is the main thread's.
     TargetReader m_targets;
     bool m_isAwaitingTargets = false;
+    SearchSession m_search;
 };
 
 } // namespace pindle::ui

@@ -92,7 +92,7 @@ void LauncherController::updateResults()
         results.clear();
         selectedIndex = -1;
     } else {
-        results = FileIndex::search(query, files, resultLimit);
+        results = FileIndex::search(query, files, resultLimit, m_search);
         selectedIndex = results.isEmpty() ? -1 : 0;
     }
     renderRows(std::nullopt);

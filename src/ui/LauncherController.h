@@ -4,6 +4,7 @@
 // matches; Return opens the selected shortcut file, Ctrl-C or Super-C copies its address,
 // Ctrl+Delete moves it to the Trash after a confirmation, Escape clears the query or closes.
 
+#include "core/SearchSession.h"
 #include "ui/CommandField.h"
 #include "ui/PanelController.h"
 
@@ -35,6 +36,7 @@ private:
     void copyURL(qsizetype index);
 
     CommandField *m_textField = nullptr;
+    SearchSession m_search;
 };
 
 } // namespace pindle::ui

