@@ -120,13 +120,25 @@ TEST_F(BackgroundScan, SeesAChangeMadeWhileListingAtTheNextScan)
     EXPECT_TRUE(names.filter(u"removed <"_qs).isEmpty());
 }
 
-// The targets of a list as ShortcutURL reads them one by one, none cached.
-std::vector<std::optional<QString>> targetsReadOnTheSpot(const QList<IndexedFile> &files)
+// The targets of a list as ShortcutURL reads them one by one, none cached ("-" for none).
+QStringList targetsReadOnTheSpot(const QList<IndexedFile> &files)
 {
-    std::vector<std::optional<QString>> targets;
+    QStringList targets;
     for (const IndexedFile &file : files)
-        targets.push_back(detail::readTarget(file.url).target);
+        targets.append(detail::readTarget(file.url).target.value_or(u"-"_qs));
     return targets;
+}
+
+// The list's targets as the cache hands them over, if all are cached.
+std::optional<QStringList> cachedTargetsOf(const QList<IndexedFile> &files)
+{
+    const std::vector<std::optional<QString>> *targets = detail::cachedTargets(files);
+    if (targets == nullptr)
+        return std::nullopt;
+    QStringList texts;
+    for (const std::optional<QString> &target : *targets)
+        texts.append(target.value_or(u"-"_qs));
+    return texts;
 }
 
 // Reads targets on the worker, and stores them a slice per event loop turn as a panel does.
@@ -161,9 +173,7 @@ TEST_F(BackgroundTargets, HandOverTheTargetsOfTheWholeListInItsOrder)
 
     readAll(files);
     EXPECT_TRUE(detail::hasListedTargets(files));
-    const std::vector<std::optional<QString>> *targets = detail::cachedTargets(files);
-    ASSERT_NE(targets, nullptr);
-    EXPECT_EQ(*targets, targetsReadOnTheSpot(files));
+    EXPECT_EQ(cachedTargetsOf(files), targetsReadOnTheSpot(files));
     EXPECT_TRUE(reader.ensureTargets(files));
 }
 
@@ -195,9 +205,7 @@ TEST_F(BackgroundTargets, HandOverNoListOfTargetsWhenAFileChangedMeanwhile)
     EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(other)), u"https://new.example/"_qs);
     reader.waitForReading();
     EXPECT_FALSE(detail::hasListedTargets(files));
-    const std::vector<std::optional<QString>> *targets = detail::cachedTargets(files);
-    ASSERT_NE(targets, nullptr);
-    EXPECT_EQ(*targets, targetsReadOnTheSpot(files));
+    EXPECT_EQ(cachedTargetsOf(files), targetsReadOnTheSpot(files));
 }
 
 } // namespace
