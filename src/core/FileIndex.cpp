@@ -281,10 +281,14 @@ void listFolder(FolderListing &listing, const std::atomic<bool> *isCancelled)
         return;
     }
     // Set before the listing, so that a change made while it runs is seen at the next scan.
+    int givenUpWatch = -1;
     {
         const std::lock_guard watchLock(watchedFolderMutex);
+        givenUpWatch = watchedFolder().watch.takeGivenUp();
         watchedFolder().watch.watch(fd, encodedPath);
     }
+    if (givenUpWatch >= 0)
+        ::close(givenUpWatch);
     bool isSettled = true;
 
     // Taken out for the length of the listing, so that scans on other threads start afresh

@@ -52,6 +52,16 @@ bool isRemote(int fd)
 FolderWatch::~FolderWatch()
 {
     stop();
+    if (m_givenUp >= 0)
+        ::close(m_givenUp);
+}
+
+void FolderWatch::giveUp()
+{
+    if (m_givenUp >= 0)
+        ::close(m_givenUp);
+    m_givenUp = std::exchange(m_inotify, -1);
+    stop();
 }
 
 void FolderWatch::stop()
@@ -125,7 +135,7 @@ FolderChanges FolderWatch::takeChanges()
     if (::stat(m_path.constData(), &info) != 0 || info.st_dev != m_device || info.st_ino != m_inode)
         isWhole = true;
     if (isWhole) {
-        stop();
+        giveUp();
         changes.names.clear();
         return changes;
     }

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace pindle::detail {
@@ -39,9 +40,16 @@ public:
     // watched folder.
     FolderChanges takeChanges();
     void stop();
+    // The descriptor of the watch that takeChanges() gave up, if any (else -1), for the caller
+    // to close where waiting does not matter: closing an inotify descriptor waits for the
+    // kernel to let go of its watches, which takes milliseconds.
+    int takeGivenUp() { return std::exchange(m_givenUp, -1); }
 
 private:
+    void giveUp();
+
     int m_inotify = -1;
+    int m_givenUp = -1;
     int m_watch = -1;
     QByteArray m_path;
     dev_t m_device = 0;

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <memory>
 #include <optional>
 #include <sys/stat.h>
 #include <system_error>
@@ -21,6 +22,9 @@ using namespace Qt::StringLiterals;
 
 namespace pindle::ShortcutURL {
 namespace {
+
+// Caches of at least this many targets are freed on a thread of their own when cleared.
+constexpr qsizetype leastFreedBeside = 4096;
 
 // Keyed by the file URL, which for local files stands for its path: the scan's records share
 // their URL with the cache, so neither a lookup nor emptying the cache copies or frees a path.
@@ -37,6 +41,8 @@ struct Caches
     bool isMarking = false;
     QSet<QUrl> forgottenSinceMark;
     bool isClearedSinceMark = false;
+    // A file of the reader's cached another way while it read: its answer was left out.
+    bool isPreemptedSinceMark = false;
     // The targets of one list, in its order, once all of them are cached; dropped when anything
     // is forgotten. The creator's list compares them all on every showing, and looking each up
     // by its URL costs a hundred times more.
@@ -137,9 +143,19 @@ QString subtitle(const QUrl &file)
 void clearCaches()
 {
     const bool isMarking = caches().isMarking;
-    caches() = Caches();
+    auto cleared = std::make_unique<Caches>(std::exchange(caches(), Caches()));
     caches().isMarking = isMarking;
     caches().isClearedSinceMark = true;
+    // A large folder's answers take tens of milliseconds to free, which a thread of their own
+    // does beside the interface. Nothing else holds the emptied containers, and the URLs and
+    // strings they share with the scanned lists count their users atomically.
+    if (cleared->targets.size() >= leastFreedBeside) {
+        try {
+            std::thread([freed = std::move(cleared)] {}).detach();
+        } catch (const std::system_error &) {
+            // No thread to be had: they are freed here.
+        }
+    }
 }
 
 } // namespace pindle::ShortcutURL
@@ -234,11 +250,17 @@ bool isTargetCached(const QUrl &file)
     return ShortcutURL::caches().targets.contains(file);
 }
 
+bool hasListedTargets(const QList<IndexedFile> &files)
+{
+    const auto &cache = ShortcutURL::caches();
+    return cache.hasListedTargets && cache.listed.isSharedWith(files) &&
+           cache.listed.size() == files.size();
+}
+
 const std::vector<std::optional<QString>> *cachedTargets(const QList<IndexedFile> &files)
 {
     auto &cache = ShortcutURL::caches();
-    if (cache.hasListedTargets && cache.listed.isSharedWith(files) &&
-        cache.listed.size() == files.size())
+    if (hasListedTargets(files))
         return &cache.listedTargets;
     std::vector<std::optional<QString>> targets;
     targets.reserve(size_t(files.size()));
@@ -254,20 +276,44 @@ const std::vector<std::optional<QString>> *cachedTargets(const QList<IndexedFile
     return &cache.listedTargets;
 }
 
+std::vector<std::optional<QString>> knownTargets(const QList<IndexedFile> &files,
+                                                 std::vector<qsizetype> &missing)
+{
+    const auto &targets = ShortcutURL::caches().targets;
+    std::vector<std::optional<QString>> known(size_t(files.size()));
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        const auto found = targets.isEmpty() ? targets.cend() : targets.constFind(files[i].url);
+        if (found == targets.cend())
+            missing.push_back(i);
+        else
+            known[size_t(i)] = *found;
+    }
+    return known;
+}
+
+void keepListedTargets(const QList<IndexedFile> &files, std::vector<std::optional<QString>> targets)
+{
+    auto &cache = ShortcutURL::caches();
+    cache.listed = files;
+    cache.listedTargets = std::move(targets);
+    cache.hasListedTargets = true;
+}
+
 void markForgetting()
 {
     auto &cache = ShortcutURL::caches();
     cache.forgottenSinceMark.clear();
     cache.isClearedSinceMark = false;
+    cache.isPreemptedSinceMark = false;
     cache.isMarking = true;
 }
 
-void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read)
+bool storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read)
 {
-    storeReadTargets(files, read, 0, files.size());
+    return storeReadTargets(files, read, 0, files.size());
 }
 
-void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read, qsizetype from,
+bool storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read, qsizetype from,
                       qsizetype to)
 {
     auto &cache = ShortcutURL::caches();
@@ -276,14 +322,21 @@ void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read, q
             cache.targets.reserve(cache.targets.size() + files.size());
         for (qsizetype k = from; k < to; ++k) {
             const QUrl &file = files[k];
-            if (!cache.forgottenSinceMark.contains(file) && !cache.targets.contains(file))
+            if (cache.forgottenSinceMark.contains(file))
+                continue;
+            if (cache.targets.contains(file))
+                cache.isPreemptedSinceMark = true;
+            else
                 ShortcutURL::store(file, std::move(read[size_t(k)]));
         }
     }
-    if (to >= files.size()) {
-        cache.forgottenSinceMark.clear();
-        cache.isMarking = false;
-    }
+    if (to < files.size())
+        return false;
+    const bool isWhole = !cache.isClearedSinceMark && !cache.isPreemptedSinceMark &&
+                         cache.forgottenSinceMark.isEmpty();
+    cache.forgottenSinceMark.clear();
+    cache.isMarking = false;
+    return isWhole;
 }
 
 } // namespace pindle::detail

@@ -43,15 +43,27 @@ void cacheTargets(const QList<IndexedFile> &files);
 // The targets of `files` in their order when all of them are cached, else null. Valid until the
 // next call or the next change to the caches.
 const std::vector<std::optional<QString>> *cachedTargets(const QList<IndexedFile> &files);
+// Whether cachedTargets(files) has its answer at hand, without looking any file up.
+bool hasListedTargets(const QList<IndexedFile> &files);
+// The cached targets of `files` in their order, with nothing for a file whose target is not
+// cached; the positions of those go into `missing`.
+std::vector<std::optional<QString>> knownTargets(const QList<IndexedFile> &files,
+                                                 std::vector<qsizetype> &missing);
+// Takes `targets` as those of `files` in their order, all of them cached as they stand, for
+// cachedTargets() to give back without looking each file up.
+void keepListedTargets(const QList<IndexedFile> &files,
+                       std::vector<std::optional<QString>> targets);
 // Starts recording what is forgotten, so that storeReadTargets() can leave out answers read
 // before their file changed. One reader at a time.
 void markForgetting();
 // Caches the targets read beside the interface since markForgetting(), but none forgotten
-// since then; none at all when the caches were cleared meanwhile.
-void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read);
+// since then; none at all when the caches were cleared meanwhile. True when every answer went
+// into the cache as it was read: nothing was forgotten, cleared or cached another way since.
+bool storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read);
 // The same for files[from, to) alone, so that a long list can be stored a slice at a time; the
-// recording goes on until the slice that reaches the end of the list is stored.
-void storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read, qsizetype from,
+// recording goes on until the slice that reaches the end of the list is stored, and only that
+// one can return true.
+bool storeReadTargets(const QList<QUrl> &files, std::vector<ReadTarget> &read, qsizetype from,
                       qsizetype to);
 
 } // namespace pindle::detail

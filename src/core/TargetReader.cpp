@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -20,7 +21,7 @@ namespace {
 constexpr qsizetype mostReadInPlace = 256;
 // The answers are stored this many to an event loop turn, so that a large folder's do not hold
 // the interface up in one go.
-constexpr qsizetype mostStoredPerTurn = 4096;
+constexpr qsizetype mostStoredPerTurn = 1024;
 
 } // namespace
 
@@ -28,7 +29,14 @@ constexpr qsizetype mostStoredPerTurn = 4096;
 // only after the worker has ended (join), apart from the flag that asks the worker to stop.
 struct TargetReader::Job
 {
+    // The list asked about, and the targets of all its files in its order: those cached when
+    // the reading began, the rest filled in by the worker as it reads them. Once all are stored
+    // the cache takes them whole, so that the list's first showing looks up no file.
+    QList<IndexedFile> list;
+    std::vector<std::optional<QString>> targets;
+    // The files to read, and their positions in the list.
     QList<QUrl> files;
+    std::vector<qsizetype> positions;
     std::vector<detail::ReadTarget> read;
     std::atomic<bool> isCancelled = false;
     bool isFinished = false;
@@ -36,6 +44,23 @@ struct TargetReader::Job
     qsizetype stored = 0;
     std::thread worker;
 };
+
+void TargetReader::readAll(Job &job)
+{
+    // Only const access to the job's lists: nothing detaches them while the worker runs.
+    const QList<QUrl> &files = job.files;
+    job.read.resize(size_t(files.size()));
+    for (qsizetype k = 0; k < files.size() && !job.isCancelled; ++k) {
+        job.read[size_t(k)] = detail::readTarget(files.at(k));
+        job.targets[size_t(job.positions[size_t(k)])] = job.read[size_t(k)].target;
+    }
+}
+
+void TargetReader::store(Job &job, qsizetype from, qsizetype to)
+{
+    if (detail::storeReadTargets(job.files, job.read, from, to))
+        detail::keepListedTargets(job.list, std::exchange(job.targets, {}));
+}
 
 TargetReader::TargetReader(QObject *context, std::function<void()> onRead)
     : m_context(context), m_onRead(std::move(onRead))
@@ -54,35 +79,31 @@ bool TargetReader::ensureTargets(const QList<IndexedFile> &files)
 {
     if (m_job)
         return false;
-    if (detail::cachedTargets(files) != nullptr)
+    if (detail::hasListedTargets(files))
         return true;
     auto job = std::make_shared<Job>();
-    for (const IndexedFile &file : files) {
-        if (!detail::isTargetCached(file.url))
-            job->files.append(file.url);
-    }
-    if (job->files.isEmpty())
+    job->list = files;
+    job->targets = detail::knownTargets(files, job->positions);
+    if (job->positions.empty()) {
+        detail::keepListedTargets(files, std::move(job->targets));
         return true;
+    }
+    job->files.reserve(qsizetype(job->positions.size()));
+    for (const qsizetype at : job->positions)
+        job->files.append(files[at].url);
     if (job->files.size() <= mostReadInPlace) {
-        std::vector<detail::ReadTarget> read;
-        read.reserve(size_t(job->files.size()));
-        for (const QUrl &file : std::as_const(job->files))
-            read.push_back(detail::readTarget(file));
+        readAll(*job);
         detail::markForgetting();
-        detail::storeReadTargets(job->files, read);
+        store(*job, 0, job->files.size());
         return true;
     }
-    job->read.resize(size_t(job->files.size()));
     detail::markForgetting();
 
     // The context outlives the worker: the reader, which the context's owner holds, joins it
     // when destroyed. The answer is posted; the reader may be gone by the time it comes.
     QObject *context = m_context;
     const auto work = [job, context, this] {
-        // Only const access to the job's list: nothing detaches it while the worker runs.
-        const QList<QUrl> &files = job->files;
-        for (qsizetype k = 0; k < files.size() && !job->isCancelled; ++k)
-            job->read[size_t(k)] = detail::readTarget(files.at(k));
+        readAll(*job);
         if (job->isCancelled || context == nullptr)
             return;
         QMetaObject::invokeMethod(
@@ -99,7 +120,7 @@ bool TargetReader::ensureTargets(const QList<IndexedFile> &files)
         // No thread to be had: the targets are read here, holding the interface up.
         work();
         job->isFinished = true;
-        detail::storeReadTargets(job->files, job->read);
+        store(*job, 0, job->files.size());
         return true;
     }
     m_job = std::move(job);
@@ -122,7 +143,7 @@ void TargetReader::finish(std::shared_ptr<Job> job, bool inOneGo)
         const qsizetype count = job->files.size();
         const qsizetype end =
             inOneGo || !m_context ? count : std::min(count, job->stored + mostStoredPerTurn);
-        detail::storeReadTargets(job->files, job->read, job->stored, end);
+        store(*job, job->stored, end);
         job->stored = end;
         if (end < count) {
             // The job stays the reader's meanwhile, so that no other reading starts and

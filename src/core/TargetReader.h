@@ -41,6 +41,10 @@ private:
     // Stores the answers, a slice per event loop turn unless inOneGo, then tells the owner.
     // By value: it drops m_job.
     void finish(std::shared_ptr<Job> job, bool inOneGo);
+    // Reads the job's files, on whichever thread runs the job.
+    static void readAll(Job &job);
+    // Stores the answers read[from, to); the last slice hands the list's targets to the cache.
+    static void store(Job &job, qsizetype from, qsizetype to);
 
     QPointer<QObject> m_context;
     std::function<void()> m_onRead;

@@ -1,11 +1,14 @@
-// A folder listed beside the interface must give what a scan on the spot gives, and a change made
-// while it is listed must show at the next scan.
+// A folder listed, or its targets read, beside the interface must give what a scan on the spot
+// gives, and a change made meanwhile must show at the next scan.
 
 #include "core/FolderScanner.h"
 #include "core/SearchIndex.h"
 #include "core/ShortcutURL.h"
+#include "core/TargetReader.h"
 #include "support/TestSupport.h"
 
+#include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QFile>
 #include <QObject>
 
@@ -109,6 +112,94 @@ TEST_F(BackgroundScan, SeesAChangeMadeWhileListingAtTheNextScan)
     EXPECT_EQ(after.size(), before.size() + 1);
     EXPECT_TRUE(names.filter(u"added <"_qs).size() == 1);
     EXPECT_TRUE(names.filter(u"removed <"_qs).isEmpty());
+}
+
+// The targets of a list as ShortcutURL reads them one by one, none cached ("-" for none).
+QStringList targetsReadOnTheSpot(const QList<IndexedFile> &files)
+{
+    QStringList targets;
+    for (const IndexedFile &file : files)
+        targets.append(detail::readTarget(file.url).target.value_or(u"-"_qs));
+    return targets;
+}
+
+// The list's targets as the cache hands them over, if all are cached.
+std::optional<QStringList> cachedTargetsOf(const QList<IndexedFile> &files)
+{
+    const std::vector<std::optional<QString>> *targets = detail::cachedTargets(files);
+    if (targets == nullptr)
+        return std::nullopt;
+    QStringList texts;
+    for (const std::optional<QString> &target : *targets)
+        texts.append(target.value_or(u"-"_qs));
+    return texts;
+}
+
+// Reads targets on the worker, and stores them a slice per event loop turn as a panel does.
+class BackgroundTargets : public testing::Test
+{
+protected:
+    void readAll(const QList<IndexedFile> &files)
+    {
+        ASSERT_FALSE(reader.ensureTargets(files));
+        ASSERT_TRUE(reader.isReading());
+        const QDeadlineTimer deadline(60'000);
+        while (reads == 0 && !deadline.hasExpired())
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+        ASSERT_EQ(reads, 1);
+    }
+
+    QObject context;
+    int reads = 0;
+    TargetReader reader{&context, [this] { ++reads; }};
+};
+
+// More files than one turn stores, some cached beforehand, one that is no shortcut: the list's
+// targets come whole, in the list's order, as reading each on the spot gives them.
+TEST_F(BackgroundTargets, HandOverTheTargetsOfTheWholeListInItsOrder)
+{
+    writeMixedFolder(1300);
+    test::writeFile(test::shortcutFolder() + u"/notes.txt"_qs, "not a shortcut");
+    const QList<IndexedFile> files = FileIndex::scan();
+    ASSERT_EQ(files.size(), 1301);
+    for (qsizetype i = 0; i < files.size(); i += 5)
+        (void)ShortcutURL::target(files[i].url);
+
+    readAll(files);
+    EXPECT_TRUE(detail::hasListedTargets(files));
+    EXPECT_EQ(cachedTargetsOf(files), targetsReadOnTheSpot(files));
+    EXPECT_TRUE(reader.ensureTargets(files));
+}
+
+// A file rewritten while the targets are read, seen by a rescan or read again on its own: the
+// list's targets are then looked up again, never taken as the worker read them.
+TEST_F(BackgroundTargets, HandOverNoListOfTargetsWhenAFileChangedMeanwhile)
+{
+    writeMixedFolder(400);
+    const QString page = writeWebloc(u"page"_qs, u"https://old.example/"_qs);
+    const QUrl pageUrl = QUrl::fromLocalFile(page);
+    QList<IndexedFile> files = FileIndex::scan();
+
+    ASSERT_FALSE(reader.ensureTargets(files));
+    const QString staged = writeWebloc(u".staged"_qs, u"https://new.example/"_qs);
+    ASSERT_EQ(::rename(QFile::encodeName(staged), QFile::encodeName(page)), 0);
+    files = FileIndex::scan();
+    reader.waitForReading();
+    EXPECT_FALSE(detail::hasListedTargets(files));
+    EXPECT_EQ(ShortcutURL::target(pageUrl), u"https://new.example/"_qs);
+
+    // Another file read on the spot, after it changed, while the worker reads it too.
+    for (int i = 0; i < 300; ++i)
+        writeWebloc(u"more "_qs + QString::number(i), u"https://more.example/"_qs);
+    const QString other = writeWebloc(u"other"_qs, u"https://old.example/"_qs);
+    files = FileIndex::scan();
+    ASSERT_FALSE(reader.ensureTargets(files));
+    const QString restaged = writeWebloc(u".staged"_qs, u"https://new.example/"_qs);
+    ASSERT_EQ(::rename(QFile::encodeName(restaged), QFile::encodeName(other)), 0);
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(other)), u"https://new.example/"_qs);
+    reader.waitForReading();
+    EXPECT_FALSE(detail::hasListedTargets(files));
+    EXPECT_EQ(cachedTargetsOf(files), targetsReadOnTheSpot(files));
 }
 
 } // namespace

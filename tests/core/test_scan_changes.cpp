@@ -94,6 +94,19 @@ TEST(ScanChanges, SeesTheFolderRemovedRecreatedMovedOrReplacedByALink)
     EXPECT_EQ(scannedTargets(), (QMap<QString, QString>{{u"other"_qs, u"https://other/"_qs}}));
 }
 
+// A large folder's answers are freed beside the interface; the new folder's are read afresh.
+TEST(ScanChanges, ForgetsTheTargetsOfALargeFolderReplacedByAnother)
+{
+    const QString folder = test::shortcutFolder();
+    for (int i = 0; i < 4200; ++i)
+        writeWebloc(u"page "_qs + QString::number(i), u"https://old/"_qs);
+    EXPECT_EQ(scannedTargets().size(), 4200);
+
+    ASSERT_TRUE(QDir().rename(folder, test::homePath() + u"/old-urls"_qs));
+    writeWebloc(u"page 7"_qs, u"https://new/"_qs);
+    EXPECT_EQ(scannedTargets(), (QMap<QString, QString>{{u"page 7"_qs, u"https://new/"_qs}}));
+}
+
 TEST(ScanChanges, RereadsFilesWhoseChangesTheFolderCannotSee)
 {
     const QString outside = test::homePath() + u"/outside.url"_qs;
