@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Alt+U pressed twelve times in a row over a terminal toggles the launcher twelve times: shown
 # and focused, then hidden with the terminal focused again, with no press lost to the previous
-# one's key release.
+# one's key release. Losing the X server then ends Pindle with status 1, its sanitizers quiet.
 source "$(dirname "$0")/pindle_lib.sh"
 
 pindle_setup
@@ -18,5 +18,10 @@ for press in $(seq 1 12); do
     fi
 done
 
-pindle_stop TERM "$PINDLE_PID"
+kill -KILL "$E2E_XVFB_PID"
+wait "$PINDLE_PID"
+status=$?
+e2e_check "losing the X connection ends pindle with status 1 (was $status)" test "$status" -eq 1
+e2e_check "cleanly" bash -c '! grep -Eq "Sanitizer|runtime error|Segmentation" "$0"' \
+    "$E2E_TMP/pindle.err"
 e2e_finish

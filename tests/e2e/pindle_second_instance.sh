@@ -2,8 +2,15 @@
 # One Pindle per session: a second pindle says in one line that Pindle is already running, makes
 # the first show its launcher and exits 0, with no window or warning of its own. Two started at
 # the same moment end with exactly one running. SIGTERM and SIGHUP (the session going away) both
-# end Pindle cleanly.
+# end Pindle cleanly. With a display that no server answers it says so in one line and exits 1.
 source "$(dirname "$0")/pindle_lib.sh"
+
+DISPLAY=:54321 env -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM timeout 20 "$PINDLE_BIN" </dev/null \
+    >/dev/null 2>"$E2E_TMP/no-display.err"
+status=$?
+e2e_check "with no X server on DISPLAY pindle exits 1 (was $status)" test "$status" -eq 1
+e2e_check "saying why in one line naming DISPLAY" \
+    test "$(wc -l <"$E2E_TMP/no-display.err")" -eq 1 -a "$(grep -c DISPLAY "$E2E_TMP/no-display.err")" -eq 1
 
 pindle_setup
 pindle_webloc Docs https://docs.example.com/

@@ -116,7 +116,7 @@ e2e_check "Escape closes it to the editor" pindle_closes_to_editor
 # waits on it, its main thread still answers (D-Bus calls to its object are served there), and
 # it gives up, closing the creator. The owner copies on Ctrl+C as a user would: the clipboard
 # offering its own type shows that KWin took the selection.
-e2e_spawn owner "$WL_TOOLS/wayland_hung_owner" "$E2E_TMP/owner.log"
+e2e_spawn owner "$WL_TOOLS/wayland_window" owner "$E2E_TMP/owner.log" --hung-copy
 owner=$E2E_PID
 e2e_wait_for_line "$E2E_TMP/owner.log" '^focus in$' 15 || e2e_fail "the hung owner never got the focus"
 wl_keys key ctrl+c

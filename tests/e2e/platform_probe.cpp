@@ -1,15 +1,13 @@
 // A small X client for the end-to-end tests of the X11 backend. It reads one command per line
 // on stdin and answers on stdout, one line each; hot-key presses print "fired NAME" whenever
-// they arrive. hotkeys.sh, focus.sh, failures.sh and clipboard.sh drive it.
+// they arrive. hotkeys.sh and clipboard.sh drive it.
 
-#include "platform/FocusRestore.h"
 #include "platform/HotKeyManager.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11Services.h"
 
 #include <QCryptographicHash>
 #include <QGuiApplication>
-#include <QRasterWindow>
 #include <QSocketNotifier>
 #include <QStringList>
 #include <QTextStream>
@@ -93,8 +91,6 @@ class Probe : public QObject
 public:
     Probe() : m_stdin(STDIN_FILENO, QSocketNotifier::Read)
     {
-        m_window.resize(200, 120);
-        m_window.setTitle(QStringLiteral("probe-window"));
         connect(&m_stdin, &QSocketNotifier::activated, this, &Probe::readCommand);
     }
 
@@ -135,33 +131,6 @@ private:
                 c, xcb_query_pointer(c, platform::x11::rootWindow(c)), nullptr);
             say(u"locks %1"_qs.arg(pointer != nullptr ? pointer->mask : 0));
             std::free(pointer);
-        } else if (command == u"show") {
-            services.application->makeKeyAndOrderFront(&m_window);
-            say(u"window %1"_qs.arg(m_window.winId()));
-        } else if (command == u"hide") {
-            m_window.hide();
-            say(u"hidden"_qs);
-        } else if (command == u"capture") {
-            FocusRestore::capture();
-            say(u"captured"_qs);
-        } else if (command == u"restore") {
-            FocusRestore::restore();
-            say(u"restored"_qs);
-        } else if (command == u"frontmost") {
-            const auto app = services.focus->frontmostApplication();
-            say(app ? u"frontmost %1 %2"_qs.arg(app->processIdentifier).arg(app->window)
-                    : u"frontmost none"_qs);
-        } else if (command == u"terminated") { // terminated PID WINDOW
-            const platform::RunningApplication app{arg1.toLongLong(), arg2.toULongLong()};
-            say(services.focus->isTerminated(app) ? u"terminated yes"_qs : u"terminated no"_qs);
-        } else if (command == u"set-active") {
-            // set-active WINDOW: the root property a window manager that exited leaves behind
-            const xcb_window_t window = arg1.toUInt();
-            xcb_change_property(c, XCB_PROP_MODE_REPLACE, platform::x11::rootWindow(c),
-                                platform::x11::atom(c, "_NET_ACTIVE_WINDOW"), XCB_ATOM_WINDOW, 32,
-                                1, &window);
-            xcb_flush(c);
-            say(u"set"_qs);
         } else if (command == u"clipboard") {
             // The answer comes once the owner has handed the text over: its length in
             // characters and the MD5 of its UTF-8, or none.
@@ -172,11 +141,6 @@ private:
                                        .toHex()))
                          : u"clipboard none"_qs);
             });
-        } else if (command == u"copy") { // copy TEXT
-            services.pasteboard->setString(arg1);
-            say(u"copied"_qs);
-        } else if (command == u"pid") {
-            say(u"pid %1"_qs.arg(getpid()));
         } else if (command == u"quit") {
             QCoreApplication::quit();
         } else if (!command.isEmpty()) {
@@ -185,7 +149,6 @@ private:
     }
 
     QSocketNotifier m_stdin;
-    QRasterWindow m_window;
     HotKeyManager m_hotKeys;
 };
 

@@ -25,7 +25,7 @@
 #     D-Bus interface (print() lands in its log with kwin_scripting.debug on), and on mutter the
 #     test window (wayland_window) logs its own focus changes.
 #
-# WL_TOOLS names the folder of wayland_keys, wayland_window and wayland_hung_owner.
+# WL_TOOLS names the folder of wayland_keys and wayland_window.
 
 : "${WL_TOOLS:?WL_TOOLS must name the folder of wayland_keys and wayland_window}"
 WL_COMPOSITOR=
