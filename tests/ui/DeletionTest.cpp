@@ -4,9 +4,11 @@
 #include "ui/CommandField.h"
 #include "ui/ResultRowView.h"
 
+#include <QCoreApplication>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -151,7 +153,10 @@ TEST_F(DeletionTest, NothingIsAskedWithoutAValidSelectionOrDoneWithoutTheControl
     ui::Alert::setNextAnswer(deleteAnswer);
     mode->confirmDeleteSelection(nullptr);
     mode.reset();
-    QTest::qWait(20);
+    // Queued behind the answer, so it runs once the answer has been delivered.
+    bool isPastAnswer = false;
+    QTimer::singleShot(0, qApp, [&] { isPastAnswer = true; });
+    ASSERT_TRUE(QTest::qWaitFor([&] { return isPastAnswer; }));
     EXPECT_TRUE(fakes.workspace->trashed.isEmpty());
 }
 

@@ -64,16 +64,4 @@ TEST_F(RowTest, ShowsTheMatchedTitleAndTheTargetUnderIt)
                     ->isHidden());
 }
 
-TEST_F(RowTest, LeftClicksAnywhereOnTheRowRunOnClick)
-{
-    ui::ResultRowView *row = makeRow(QStringLiteral("/nowhere/News.webloc"));
-    QTest::mouseClick(row, Qt::LeftButton); // without onClick nothing happens
-    int clicks = 0;
-    row->onClick = [&clicks] { ++clicks; };
-    QTest::mouseClick(row, Qt::LeftButton, {}, QPoint(30, 25));  // on the icon
-    QTest::mouseClick(row, Qt::LeftButton, {}, QPoint(100, 15)); // on the title
-    QTest::mouseClick(row, Qt::RightButton, {}, QPoint(100, 15));
-    EXPECT_EQ(clicks, 2);
-}
-
 } // namespace
