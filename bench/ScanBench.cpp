@@ -29,6 +29,8 @@
 #include <utility>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 
 namespace {
@@ -78,9 +80,9 @@ bool fillFolder(const QString &folder, int count)
                                "?q=" + QByteArray::number(random.generate(), 36);
         const int kind = i % 10;
         QFile file(folder + u'/' + name +
-                   (kind < 6   ? u".webloc"_qs
-                    : kind < 7 ? u".inetloc"_qs
-                               : u".url"_qs));
+                   (kind < 6   ? u".webloc"_s
+                    : kind < 7 ? u".inetloc"_s
+                               : u".url"_s));
         const QByteArray bytes = kind < 6   ? xmlShortcut(url)
                                  : kind < 7 ? binaryShortcut(url)
                                             : "[InternetShortcut]\r\nURL=" + url + "\r\n";
@@ -220,7 +222,7 @@ int main(int argc, char **argv)
 
         // What the creator's URL list costs: every target read, on two threads, then compared.
         stopwatch.restart();
-        (void)FileIndex::matching(u"https://example.org/1"_qs, files, 9);
+        (void)FileIndex::matching(u"https://example.org/1"_s, files, 9);
         const auto matchingPass = stopwatch.lap();
         ShortcutURL::clearCaches();
 

@@ -24,6 +24,8 @@
 #include <string_view>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 
 namespace {
@@ -107,7 +109,7 @@ QStringList generatedCorpus(int count)
             QString word = latin(pick(words));
             if (w == 0 || random() % 4 == 0)
                 word[0] = word[0].toUpper();
-            text += (w ? u" "_qs : QString()) + word;
+            text += (w ? u" "_s : QString()) + word;
         }
         return text;
     };
@@ -117,48 +119,48 @@ QStringList generatedCorpus(int count)
         QString name;
         switch (random() % 8) {
         case 0:
-            name = latin(pick(sites)) + u" - "_qs + title(2 + int(random() % 4));
+            name = latin(pick(sites)) + u" - "_s + title(2 + int(random() % 4));
             break;
         case 1:
-            name = title(3 + int(random() % 5)) + u" | "_qs + latin(pick(sites));
+            name = title(3 + int(random() % 5)) + u" | "_s + latin(pick(sites));
             break;
         case 2:
-            name = latin(pick(questions)) + u' ' + title(2 + int(random() % 3)) + u" in "_qs +
-                   latin(pick(camel)) + u" - "_qs + latin(pick(questionSites));
+            name = latin(pick(questions)) + u' ' + title(2 + int(random() % 3)) + u" in "_s +
+                   latin(pick(camel)) + u" - "_s + latin(pick(questionSites));
             break;
         case 3:
-            name = latin(pick(words)) + u"-"_qs + latin(pick(words)) + u"/"_qs +
-                   latin(pick(camel)) + u": "_qs + title(3);
+            name = latin(pick(words)) + u"-"_s + latin(pick(words)) + u"/"_s + latin(pick(camel)) +
+                   u": "_s + title(3);
             break;
         case 4:
-            name = u"Issue #%1 - "_qs.arg(random() % 40000) + latin(pick(words)) + u"/"_qs +
+            name = u"Issue #%1 - "_s.arg(random() % 40000) + latin(pick(words)) + u"/"_s +
                    latin(pick(words));
             break;
         case 5:
-            name = latin(pick(camel)) + u" %1.%2 "_qs.arg(random() % 20).arg(random() % 10) +
+            name = latin(pick(camel)) + u" %1.%2 "_s.arg(random() % 20).arg(random() % 10) +
                    latin(pick(documents));
             break;
         case 6:
-            name = title(2 + int(random() % 3)) + u" (%1)"_qs.arg(1990 + random() % 36);
+            name = title(2 + int(random() % 3)) + u" (%1)"_s.arg(1990 + random() % 36);
             break;
         default:
-            name = latin(pick(camel)) + u"_"_qs + latin(pick(words)) + u"_v"_qs +
+            name = latin(pick(camel)) + u"_"_s + latin(pick(words)) + u"_v"_s +
                    QString::number(random() % 100);
             break;
         }
         if (random() % 20 == 0)
-            name = (random() % 2 ? QString::fromUtf16(pick(foreign)) + u" "_qs + name
-                                 : name + u" "_qs + QString::fromUtf16(pick(foreign)));
+            name = (random() % 2 ? QString::fromUtf16(pick(foreign)) + u" "_s + name
+                                 : name + u" "_s + QString::fromUtf16(pick(foreign)));
         names.push_back(name);
     }
     return names;
 }
 
 const QStringList defaultQueries = {
-    u"github"_qs,         u"rust book"_qs, u"news"_qs,          u"mail"_qs,
-    u"stack overflow"_qs, u"nf"_qs,        u"issue 12"_qs,      u"linux kernel"_qs,
-    u"react hooks"_qs,    u"caf\u00E9"_qs, u"docs api"_qs,      u"gh pr"_qs,
-    u"qtcreator"_qs,      u"xyzzy"_qs,     u"release notes"_qs, u"how to build"_qs};
+    u"github"_s,         u"rust book"_s, u"news"_s,          u"mail"_s,
+    u"stack overflow"_s, u"nf"_s,        u"issue 12"_s,      u"linux kernel"_s,
+    u"react hooks"_s,    u"caf\u00E9"_s, u"docs api"_s,      u"gh pr"_s,
+    u"qtcreator"_s,      u"xyzzy"_s,     u"release notes"_s, u"how to build"_s};
 
 struct Prepared
 {
@@ -179,7 +181,7 @@ Prepared prepare(const QStringList &names)
     result.files.reserve(names.size());
     for (qsizetype i = 0; i < names.size(); ++i)
         result.files.push_back(
-            {QUrl::fromLocalFile(u"/shortcuts/"_qs + QString::number(i)), names[i], nullptr});
+            {QUrl::fromLocalFile(u"/shortcuts/"_s + QString::number(i)), names[i], nullptr});
     const Clock::time_point start = Clock::now();
     detail::NameBatch batch(size_t(names.size()));
     for (qsizetype i = 0; i < names.size(); ++i)

@@ -15,6 +15,8 @@
 #include <memory>
 #include <optional>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 using platform::ActivationPolicy;
 using platform::ShortcutRefusal;
@@ -22,8 +24,8 @@ using platform::ShortcutRefusal;
 namespace {
 
 constexpr std::int64_t previousApp = 777;
-const QString launcherId = u"launcher"_qs;
-const QString creatorId = u"creator"_qs;
+const QString launcherId = u"launcher"_s;
+const QString creatorId = u"creator"_s;
 
 class Delegate : public testing::Test
 {
@@ -83,10 +85,10 @@ TEST_F(DelegateLaunching, KeysRefusedAreNamedInOrderInOneWarningThatGivesTheTogg
 {
     std::optional<ui::Alert> alert = launchRefusing({{creatorId, ShortcutRefusal::heldElsewhere}});
     ASSERT_TRUE(alert.has_value());
-    EXPECT_EQ(alert->messageText, u"Couldn\u2019t register Alt+I"_qs);
+    EXPECT_EQ(alert->messageText, u"Couldn\u2019t register Alt+I"_s);
     EXPECT_EQ(alert->informativeText,
               u"Another application already owns Alt+I. Pindle is running, but that shortcut "
-              u"won\u2019t open it until the other app releases the key."_qs);
+              u"won\u2019t open it until the other app releases the key."_s);
     EXPECT_TRUE(fakes.shortcuts->press(launcherId));
     EXPECT_TRUE(delegate->launcher()->isVisible());
     // A task-bar entry and the focus only while the alert is up.
@@ -99,9 +101,9 @@ TEST_F(DelegateLaunching, KeysRefusedAreNamedInOrderInOneWarningThatGivesTheTogg
     alert = launchRefusing(
         {{launcherId, ShortcutRefusal::notGiven}, {creatorId, ShortcutRefusal::heldElsewhere}});
     ASSERT_TRUE(alert.has_value());
-    EXPECT_EQ(alert->messageText, u"Couldn\u2019t register Alt+U and Alt+I"_qs);
-    EXPECT_TRUE(alert->informativeText.endsWith(u":\n\n"_qs + binary + u" --toggle launcher\n"_qs +
-                                                binary + u" --toggle creator"_qs))
+    EXPECT_EQ(alert->messageText, u"Couldn\u2019t register Alt+U and Alt+I"_s);
+    EXPECT_TRUE(alert->informativeText.endsWith(u":\n\n"_s + binary + u" --toggle launcher\n"_s +
+                                                binary + u" --toggle creator"_s))
         << alert->informativeText.toStdString();
 }
 
@@ -109,11 +111,11 @@ TEST_F(DelegateToggles, AltIOpensTheCreatorOnlyForAWebAddress)
 {
     launch();
     for (const std::optional<QString> &text : QList<std::optional<QString>>{
-             std::nullopt, u"  "_qs, u"example.com/page"_qs, u"ftp://files.example.com/"_qs,
-             u"http:/example.com/"_qs, u"see https://example.com/"_qs}) {
+             std::nullopt, u"  "_s, u"example.com/page"_s, u"ftp://files.example.com/"_s,
+             u"http:/example.com/"_s, u"see https://example.com/"_s}) {
         fakes.pasteboard->text = text;
         ASSERT_TRUE(fakes.shortcuts->press(creatorId));
-        EXPECT_FALSE(delegate->creator()->isVisible()) << text.value_or(u"<none>"_qs).toStdString();
+        EXPECT_FALSE(delegate->creator()->isVisible()) << text.value_or(u"<none>"_s).toStdString();
     }
     EXPECT_EQ(fakes.workspace->beeps, 0);
     EXPECT_EQ(fakes.application->activations, 0);
@@ -123,7 +125,7 @@ TEST_F(DelegateToggles, AltIPressedAgainWhileTheClipboardAnswersAsksOnce)
 {
     launch();
     fakes.pasteboard->holdAnswers = true;
-    fakes.pasteboard->text = u"https://example.com/slow"_qs;
+    fakes.pasteboard->text = u"https://example.com/slow"_s;
     ASSERT_TRUE(fakes.shortcuts->press(creatorId));
     ASSERT_TRUE(fakes.shortcuts->press(creatorId));
     EXPECT_EQ(fakes.pasteboard->requests, 1);
@@ -131,7 +133,7 @@ TEST_F(DelegateToggles, AltIPressedAgainWhileTheClipboardAnswersAsksOnce)
 
     fakes.pasteboard->answer();
     EXPECT_TRUE(delegate->creator()->isVisible());
-    EXPECT_EQ(delegate->creator()->urlField()->text(), u"https://example.com/slow"_qs);
+    EXPECT_EQ(delegate->creator()->urlField()->text(), u"https://example.com/slow"_s);
 }
 
 // Where only a focused window sees the clipboard, the creator opens first and reads it once the
@@ -141,7 +143,7 @@ TEST_F(DelegateToggles, AltIGivesUpWhenTheCreatorNeverGetsTheFocusToReadTheClipb
 {
     launch();
     fakes.pasteboard->readableWithoutFocus = false;
-    fakes.pasteboard->text = u"https://example.com/focused"_qs;
+    fakes.pasteboard->text = u"https://example.com/focused"_s;
     class NoFocus final : public QObject
     {
         bool eventFilter(QObject *, QEvent *event) override

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle::app;
 using Action = CommandLine::Action;
 
@@ -13,26 +15,25 @@ namespace {
 TEST(CommandLineParsing, AcceptsTheToggleInBothSpellingsAndHelpOrVersionOverAnythingElse)
 {
     EXPECT_EQ(parseCommandLine({}), CommandLine{});
-    EXPECT_EQ(parseCommandLine({u"--toggle"_qs, u"creator"_qs}),
+    EXPECT_EQ(parseCommandLine({u"--toggle"_s, u"creator"_s}),
               (CommandLine{.action = Action::toggle, .panel = Panel::creator}));
-    EXPECT_EQ(parseCommandLine({u"--toggle=launcher"_qs}),
+    EXPECT_EQ(parseCommandLine({u"--toggle=launcher"_s}),
               (CommandLine{.action = Action::toggle, .panel = Panel::launcher}));
-    EXPECT_EQ(parseCommandLine({u"--toggle"_qs, u"launcher"_qs, u"--help"_qs})->action,
-              Action::help);
-    EXPECT_EQ(parseCommandLine({u"-h"_qs, u"--bogus"_qs})->action, Action::help);
-    EXPECT_EQ(parseCommandLine({u"--toggle"_qs, u"nonsense"_qs, u"--version"_qs})->action,
+    EXPECT_EQ(parseCommandLine({u"--toggle"_s, u"launcher"_s, u"--help"_s})->action, Action::help);
+    EXPECT_EQ(parseCommandLine({u"-h"_s, u"--bogus"_s})->action, Action::help);
+    EXPECT_EQ(parseCommandLine({u"--toggle"_s, u"nonsense"_s, u"--version"_s})->action,
               Action::version);
 }
 
 TEST(CommandLineParsing, RefusesWhatItDoesNotKnowNamingItInOneLine)
 {
     const QList<std::pair<QStringList, QString>> cases = {
-        {{u"--verbose"_qs}, u"--verbose"_qs},
-        {{u"--toggle"_qs, u"Launcher"_qs}, u"Launcher"_qs},
-        {{u"--toggle"_qs}, u"--toggle"_qs},
-        {{u"--toggle="_qs}, u"launcher or creator"_qs},
-        {{u"--toggle"_qs, u"launcher"_qs, u"--toggle"_qs, u"creator"_qs}, u"--toggle"_qs},
-        {{u"launcher"_qs}, u"launcher"_qs}};
+        {{u"--verbose"_s}, u"--verbose"_s},
+        {{u"--toggle"_s, u"Launcher"_s}, u"Launcher"_s},
+        {{u"--toggle"_s}, u"--toggle"_s},
+        {{u"--toggle="_s}, u"launcher or creator"_s},
+        {{u"--toggle"_s, u"launcher"_s, u"--toggle"_s, u"creator"_s}, u"--toggle"_s},
+        {{u"launcher"_s}, u"launcher"_s}};
     for (const auto &[arguments, named] : cases) {
         const auto refused = parseCommandLine(arguments);
         ASSERT_FALSE(refused) << named.toStdString();

@@ -18,6 +18,8 @@
 #include <utility>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 
 namespace {
@@ -77,14 +79,14 @@ TEST(Filter, printsEveryMatchBestFirstWithTiesInInputOrder)
     const QByteArray tied = "ab 1\nxab\nab 2\ncaf\xC3\xA9 ab\ncafe\xCC\x81 ab\nab 1\nAB\r\nab 1\n";
     const QByteArray input = tied + QByteArray::fromStdString(test::generatedLines(1200, 3)) +
                              tied + QByteArray(100, 'x') + "ab";
-    const QString inputFile = test::homePath() + u"/names.txt"_qs;
+    const QString inputFile = test::homePath() + u"/names.txt"_s;
     test::writeFile(inputFile, input);
     const QStringList queries =
         u"ab|a|n f|nf|news|git hub|kel|KELVIN|a;b|`q|x x|2024|caf\u00E9|\u0130s|stra\u00DFe|"
-        u"\U0001F44D\U0001F3FD|\u6771|\u212A|\u037E|e\r|zzz"_qs.split(u'|');
+        u"\U0001F44D\U0001F3FD|\u6771|\u212A|\u037E|e\r|zzz"_s.split(u'|');
     for (const QString &query : queries) {
         SCOPED_TRACE(query.toStdString());
-        const Finished run = runBench({u"--filter"_qs, query}, {}, inputFile);
+        const Finished run = runBench({u"--filter"_s, query}, {}, inputFile);
         EXPECT_EQ(run.exitCode, 0);
         EXPECT_EQ(run.output, expectedOutput(query, input));
     }
@@ -122,9 +124,9 @@ TEST(LineScoring, knowsEveryCharacterThatLowercasesToAnAsciiOne)
 TEST(Filter, neverLoadsQt)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(u"LD_DEBUG"_qs, u"libs"_qs);
+    environment.insert(u"LD_DEBUG"_s, u"libs"_s);
     const Finished run =
-        runBench({u"--filter"_qs, u"caf\u00E9"_qs}, "Caf\xC3\xA9\n", {}, environment);
+        runBench({u"--filter"_s, u"caf\u00E9"_s}, "Caf\xC3\xA9\n", {}, environment);
     EXPECT_EQ(run.output, "Caf\xC3\xA9\n");
     EXPECT_FALSE(run.errors.contains("libQt6")) << run.errors.toStdString();
 }

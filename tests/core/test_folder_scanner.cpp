@@ -16,6 +16,8 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 using test::writeWebloc;
 
@@ -24,18 +26,18 @@ namespace {
 // Names whose sort order is not their listing order, with case, accents and digits in them.
 void writeMixedFolder(int count)
 {
-    const QStringList stems = {u"zeta"_qs,    u"Alpha"_qs,  u"\u00e9t\u00e9"_qs,
-                               u"beta 10"_qs, u"beta 9"_qs, u"Beta"_qs};
+    const QStringList stems = {u"zeta"_s,    u"Alpha"_s,  u"\u00e9t\u00e9"_s,
+                               u"beta 10"_s, u"beta 9"_s, u"Beta"_s};
     for (int i = 0; i < count; ++i)
         writeWebloc(stems[i % stems.size()] + u' ' + QString::number(i * 7919 % count),
-                    u"https://example.org/"_qs + QString::number(i));
+                    u"https://example.org/"_s + QString::number(i));
 }
 
 QStringList namesOf(const QList<IndexedFile> &files)
 {
     QStringList names;
     for (const IndexedFile &file : files)
-        names.append(file.displayName + u" <"_qs + file.url.toString() + u'>');
+        names.append(file.displayName + u" <"_s + file.url.toString() + u'>');
     return names;
 }
 
@@ -84,34 +86,34 @@ TEST_F(BackgroundScan, GivesExactlyTheListOfAScanOnTheSpot)
     ASSERT_EQ(first.size(), 600);
     EXPECT_EQ(namesOf(first), namesOf(scannedFromNothing()));
     // And the other way round: records a synchronous scan made serve the worker's listing.
-    writeWebloc(u"Alpha new"_qs, u"https://example.org/new"_qs);
+    writeWebloc(u"Alpha new"_s, u"https://example.org/new"_s);
     EXPECT_EQ(namesOf(listed()), namesOf(scannedFromNothing()));
 }
 
 TEST_F(BackgroundScan, SeesAChangeMadeWhileListingAtTheNextScan)
 {
     writeMixedFolder(300);
-    const QString rewritten = writeWebloc(u"rewritten"_qs, u"https://old.example/"_qs);
-    const QString removed = writeWebloc(u"removed"_qs, u"https://removed.example/"_qs);
+    const QString rewritten = writeWebloc(u"rewritten"_s, u"https://old.example/"_s);
+    const QString removed = writeWebloc(u"removed"_s, u"https://removed.example/"_s);
     const QList<IndexedFile> before = listed();
-    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://old.example/"_qs);
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://old.example/"_s);
 
-    writeWebloc(u"zz filler"_qs, u"https://filler.example/"_qs);
+    writeWebloc(u"zz filler"_s, u"https://filler.example/"_s);
     ASSERT_FALSE(scanner.scan().has_value());
     // While the worker lists the folder.
-    writeWebloc(u"added"_qs, u"https://added.example/"_qs);
+    writeWebloc(u"added"_s, u"https://added.example/"_s);
     ASSERT_TRUE(QFile::remove(removed));
-    const QString staged = writeWebloc(u".staged"_qs, u"https://new.example/"_qs);
+    const QString staged = writeWebloc(u".staged"_s, u"https://new.example/"_s);
     ASSERT_EQ(::rename(QFile::encodeName(staged), QFile::encodeName(rewritten)), 0);
     scanner.waitForScan();
 
     const QList<IndexedFile> after = listed();
-    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://new.example/"_qs);
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://new.example/"_s);
     const QStringList names = namesOf(after);
     EXPECT_EQ(names, namesOf(scannedFromNothing()));
     EXPECT_EQ(after.size(), before.size() + 1);
-    EXPECT_TRUE(names.filter(u"added <"_qs).size() == 1);
-    EXPECT_TRUE(names.filter(u"removed <"_qs).isEmpty());
+    EXPECT_TRUE(names.filter(u"added <"_s).size() == 1);
+    EXPECT_TRUE(names.filter(u"removed <"_s).isEmpty());
 }
 
 // The targets of a list as ShortcutURL reads them one by one, none cached ("-" for none).
@@ -119,7 +121,7 @@ QStringList targetsReadOnTheSpot(const QList<IndexedFile> &files)
 {
     QStringList targets;
     for (const IndexedFile &file : files)
-        targets.append(detail::readTarget(file.url).target.value_or(u"-"_qs));
+        targets.append(detail::readTarget(file.url).target.value_or(u"-"_s));
     return targets;
 }
 
@@ -131,7 +133,7 @@ std::optional<QStringList> cachedTargetsOf(const QList<IndexedFile> &files)
         return std::nullopt;
     QStringList texts;
     for (const std::optional<QString> &target : *targets)
-        texts.append(target.value_or(u"-"_qs));
+        texts.append(target.value_or(u"-"_s));
     return texts;
 }
 
@@ -159,7 +161,7 @@ protected:
 TEST_F(BackgroundTargets, HandOverTheTargetsOfTheWholeListInItsOrder)
 {
     writeMixedFolder(1300);
-    test::writeFile(test::shortcutFolder() + u"/notes.txt"_qs, "not a shortcut");
+    test::writeFile(test::shortcutFolder() + u"/notes.txt"_s, "not a shortcut");
     const QList<IndexedFile> files = FileIndex::scan();
     ASSERT_EQ(files.size(), 1301);
     for (qsizetype i = 0; i < files.size(); i += 5)
@@ -176,27 +178,27 @@ TEST_F(BackgroundTargets, HandOverTheTargetsOfTheWholeListInItsOrder)
 TEST_F(BackgroundTargets, HandOverNoListOfTargetsWhenAFileChangedMeanwhile)
 {
     writeMixedFolder(400);
-    const QString page = writeWebloc(u"page"_qs, u"https://old.example/"_qs);
+    const QString page = writeWebloc(u"page"_s, u"https://old.example/"_s);
     const QUrl pageUrl = QUrl::fromLocalFile(page);
     QList<IndexedFile> files = FileIndex::scan();
 
     ASSERT_FALSE(reader.ensureTargets(files));
-    const QString staged = writeWebloc(u".staged"_qs, u"https://new.example/"_qs);
+    const QString staged = writeWebloc(u".staged"_s, u"https://new.example/"_s);
     ASSERT_EQ(::rename(QFile::encodeName(staged), QFile::encodeName(page)), 0);
     files = FileIndex::scan();
     reader.waitForReading();
     EXPECT_FALSE(detail::hasListedTargets(files));
-    EXPECT_EQ(ShortcutURL::target(pageUrl), u"https://new.example/"_qs);
+    EXPECT_EQ(ShortcutURL::target(pageUrl), u"https://new.example/"_s);
 
     // Another file read on the spot, after it changed, while the worker reads it too.
     for (int i = 0; i < 300; ++i)
-        writeWebloc(u"more "_qs + QString::number(i), u"https://more.example/"_qs);
-    const QString other = writeWebloc(u"other"_qs, u"https://old.example/"_qs);
+        writeWebloc(u"more "_s + QString::number(i), u"https://more.example/"_s);
+    const QString other = writeWebloc(u"other"_s, u"https://old.example/"_s);
     files = FileIndex::scan();
     ASSERT_FALSE(reader.ensureTargets(files));
-    const QString restaged = writeWebloc(u".staged"_qs, u"https://new.example/"_qs);
+    const QString restaged = writeWebloc(u".staged"_s, u"https://new.example/"_s);
     ASSERT_EQ(::rename(QFile::encodeName(restaged), QFile::encodeName(other)), 0);
-    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(other)), u"https://new.example/"_qs);
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(other)), u"https://new.example/"_s);
     reader.waitForReading();
     EXPECT_FALSE(detail::hasListedTargets(files));
     EXPECT_EQ(cachedTargetsOf(files), targetsReadOnTheSpot(files));

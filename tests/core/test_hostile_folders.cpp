@@ -15,6 +15,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 
 namespace {
@@ -82,31 +84,31 @@ TEST(HostileFolder, PropertyListsThatExpandBeyondAnyShortcutHaveNoTarget)
     for (int i = 0; i < levels; ++i)
         doubling.append("\xA2" + ref(5 + i) + ref(5 + i));
     doubling.append("\x09");
-    test::writeFile(inFolder(u"doubling.webloc"_qs), binaryPlist(shortcutHolding(doubling)));
+    test::writeFile(inFolder(u"doubling.webloc"_s), binaryPlist(shortcutHolding(doubling)));
 
     constexpr int repeats = 2000;
     QByteArray manyRefs = "\xAF\x11" + bigEndian(repeats, 2);
     for (int i = 0; i < repeats; ++i)
         manyRefs += ref(5);
     const QByteArray longText = "\x4F\x12" + bigEndian(100000, 4) + QByteArray(100000, 'a');
-    test::writeFile(inFolder(u"repeated.webloc"_qs),
+    test::writeFile(inFolder(u"repeated.webloc"_s),
                     binaryPlist(shortcutHolding({manyRefs, longText})));
 
     // Every character reference costs the XML reader a move of the rest of the text.
-    test::writeFile(inFolder(u"references.webloc"_qs),
+    test::writeFile(inFolder(u"references.webloc"_s),
                     "<plist><dict><key>URL</key><string>https://bomb/" +
                         QByteArray("&amp;").repeated(200000) + "</string></dict></plist>");
 
     // The same shapes kept small read as usual.
     test::writeFile(
-        inFolder(u"small.webloc"_qs),
+        inFolder(u"small.webloc"_s),
         binaryPlist(shortcutHolding({"\xA2" + ref(5) + ref(5), QByteArray("\x41") + "a"})));
 
     for (const char *name : {"doubling", "repeated", "references", "small"}) {
         const std::optional<QString> target = ShortcutURL::target(
-            QUrl::fromLocalFile(inFolder(QString::fromLatin1(name) + u".webloc"_qs)));
+            QUrl::fromLocalFile(inFolder(QString::fromLatin1(name) + u".webloc"_s)));
         EXPECT_EQ(target,
-                  qstrcmp(name, "small") == 0 ? std::optional(u"https://bomb/"_qs) : std::nullopt)
+                  qstrcmp(name, "small") == 0 ? std::optional(u"https://bomb/"_s) : std::nullopt)
             << name;
     }
 }
@@ -117,13 +119,13 @@ TEST(HostileFolder, FilesSwappedForPipesStallNothing)
 {
     ::alarm(30); // an open that waits for a writer would hang; the alarm ends the test instead
     // Without an extension, the type can only come from the file's first bytes.
-    const QString path = inFolder(u"notes"_qs);
+    const QString path = inFolder(u"notes"_s);
     test::writeFile(path, "plain");
-    test::writeFile(inFolder(u"link.url"_qs), "URL=https://a/");
+    test::writeFile(inFolder(u"link.url"_s), "URL=https://a/");
     const QList<IndexedFile> files = FileIndex::scan();
     ASSERT_EQ(files.size(), 2);
     const test::PipeSwapper swapper(path);
-    test::PipeSwapper linkSwapper(inFolder(u"link.url"_qs));
+    test::PipeSwapper linkSwapper(inFolder(u"link.url"_s));
     for (int round = 0; round < 500; ++round) {
         ShortcutURL::clearCaches();
         for (const IndexedFile &file : files)
@@ -139,14 +141,14 @@ TEST(HostileFolder, NamesThatAreNotUtf8StillNameTheirFiles)
     ASSERT_TRUE(QDir().mkpath(test::shortcutFolder()));
     for (const auto &[name, bytes] :
          {std::pair<QByteArray, QByteArray>{"caf\xE9.url", "URL=https://cafe/"},
-          {"caf\xE9 100%.webloc", test::readFile(test::writeWebloc(u"x"_qs, u"https://pct/"_qs))},
+          {"caf\xE9 100%.webloc", test::readFile(test::writeWebloc(u"x"_s, u"https://pct/"_s))},
           {"caf\xE9.txt", "plain text"}}) {
         const int fd = ::open((folder + '/' + name).constData(), O_WRONLY | O_CREAT, 0644);
         ASSERT_GE(fd, 0);
         ASSERT_EQ(::write(fd, bytes.constData(), size_t(bytes.size())), bytes.size());
         ::close(fd);
     }
-    ASSERT_TRUE(QFile::remove(inFolder(u"x.webloc"_qs)));
+    ASSERT_TRUE(QFile::remove(inFolder(u"x.webloc"_s)));
 
     QStringList subtitles;
     for (const IndexedFile &file : FileIndex::scan()) {
@@ -155,30 +157,30 @@ TEST(HostileFolder, NamesThatAreNotUtf8StillNameTheirFiles)
         subtitles.append(ShortcutURL::subtitle(file.url));
     }
     ASSERT_EQ(subtitles.size(), 3);
-    EXPECT_TRUE(subtitles.contains(u"https://cafe/"_qs));
-    EXPECT_TRUE(subtitles.contains(u"https://pct/"_qs));
+    EXPECT_TRUE(subtitles.contains(u"https://cafe/"_s));
+    EXPECT_TRUE(subtitles.contains(u"https://pct/"_s));
     EXPECT_FALSE(subtitles.contains(QString())); // the text file's type
 }
 
 TEST(HostileFolder, NothingHangsCrashesOrHasATarget)
 {
     ::alarm(60); // a blocking read would hang the test; the alarm fails it instead
-    test::writeFile(inFolder(u"fine.url"_qs), "URL=https://a/");
-    test::writeFile(inFolder(u"nested.webloc"_qs),
+    test::writeFile(inFolder(u"fine.url"_s), "URL=https://a/");
+    test::writeFile(inFolder(u"nested.webloc"_s),
                     "<plist><dict><key>x</key>" + QByteArray("<array>").repeated(20) +
                         QByteArray("</array>").repeated(20) +
                         "<key>URL</key><string>https://n/</string></dict></plist>");
-    test::writeFile(inFolder(u"big.url"_qs), "URL=https://a/" + QByteArray(2 << 20, '\n'));
-    test::writeFile(inFolder(u"deep.webloc"_qs), "<plist>" + QByteArray("<array>").repeated(65000) +
-                                                     QByteArray("</array>").repeated(65000) +
-                                                     "</plist>");
-    test::writeFile(inFolder(u"deep.inetloc"_qs), deepBinaryPlist(140000));
+    test::writeFile(inFolder(u"big.url"_s), "URL=https://a/" + QByteArray(2 << 20, '\n'));
+    test::writeFile(inFolder(u"deep.webloc"_s), "<plist>" + QByteArray("<array>").repeated(65000) +
+                                                    QByteArray("</array>").repeated(65000) +
+                                                    "</plist>");
+    test::writeFile(inFolder(u"deep.inetloc"_s), deepBinaryPlist(140000));
     QByteArray garbage(4096, Qt::Uninitialized);
     QRandomGenerator(2024).fillRange(reinterpret_cast<quint32 *>(garbage.data()),
                                      garbage.size() / 4);
-    test::writeFile(inFolder(u"garbage.webloc"_qs), garbage);
-    test::writeFile(inFolder(u"garbage.url"_qs), garbage);
-    test::writeFile(inFolder(u"garbage.inetloc"_qs), "bplist00" + garbage);
+    test::writeFile(inFolder(u"garbage.webloc"_s), garbage);
+    test::writeFile(inFolder(u"garbage.url"_s), garbage);
+    test::writeFile(inFolder(u"garbage.inetloc"_s), "bplist00" + garbage);
     const QByteArray folder = QFile::encodeName(test::shortcutFolder());
     ::close(::open((folder + "/caf\xE9.webloc").constData(), O_WRONLY | O_CREAT, 0644));
     ASSERT_EQ(::mkfifo((folder + "/pipe.url").constData(), 0644), 0);
@@ -204,8 +206,8 @@ TEST(HostileFolder, NothingHangsCrashesOrHasATarget)
         ShortcutURL::subtitle(file.url);
     }
     // A name that is not UTF-8 is listed as well as it can be, and harms nothing else.
-    EXPECT_EQ(names, QStringList({u"big"_qs, u"caf\uFFFD"_qs, u"deep"_qs, u"deep"_qs, u"fine"_qs,
-                                  u"garbage"_qs, u"garbage"_qs, u"garbage"_qs, u"nested"_qs}));
+    EXPECT_EQ(names, QStringList({u"big"_s, u"caf\uFFFD"_s, u"deep"_s, u"deep"_s, u"fine"_s,
+                                  u"garbage"_s, u"garbage"_s, u"garbage"_s, u"nested"_s}));
     for (const char *unlisted : {"pipe.url", "pipelink.webloc", "socket.webloc", "zero.url",
                                  "tty.webloc", "dangling.url", "loop.url"}) {
         const QUrl file = QUrl::fromLocalFile(inFolder(QString::fromUtf8(unlisted)));

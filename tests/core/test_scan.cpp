@@ -9,6 +9,8 @@
 
 #include <cstdlib>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 
 namespace {
@@ -32,15 +34,15 @@ TEST(ScanListing, ListsVisibleRegularFilesAndLinksToThemUnderTheirDisplayNames)
          {"Example.WEBLOC", "Trip.Plans.Url", "Go.inetloc", "readme.txt", "archive", "dots.",
           ".hidden.webloc", "work.webloc/inner.url", "#1 ?odd%.url", "#2 ?[x] \u00E9 100.url"})
         test::writeFile(inFolder(QString::fromUtf8(name)), {});
-    ASSERT_TRUE(QFile::link(inFolder(u"readme.txt"_qs), inFolder(u"link.webloc"_qs)));
-    ASSERT_TRUE(QFile::link(inFolder(u"work.webloc"_qs), inFolder(u"folder.webloc"_qs)));
+    ASSERT_TRUE(QFile::link(inFolder(u"readme.txt"_s), inFolder(u"link.webloc"_s)));
+    ASSERT_TRUE(QFile::link(inFolder(u"work.webloc"_s), inFolder(u"folder.webloc"_s)));
 
-    EXPECT_EQ(scannedNames(), QStringList({u"#1 ?odd%"_qs, u"#2 ?[x] \u00E9 100"_qs, u"archive"_qs,
-                                           u"dots."_qs, u"Example"_qs, u"Go"_qs, u"link"_qs,
-                                           u"readme.txt"_qs, u"Trip.Plans"_qs}));
+    EXPECT_EQ(scannedNames(),
+              QStringList({u"#1 ?odd%"_s, u"#2 ?[x] \u00E9 100"_s, u"archive"_s, u"dots."_s,
+                           u"Example"_s, u"Go"_s, u"link"_s, u"readme.txt"_s, u"Trip.Plans"_s}));
     const QList<IndexedFile> files = FileIndex::scan();
-    EXPECT_EQ(files[0].url, QUrl::fromLocalFile(inFolder(u"#1 ?odd%.url"_qs)));
-    EXPECT_EQ(files[1].url, QUrl::fromLocalFile(inFolder(u"#2 ?[x] \u00E9 100.url"_qs)));
+    EXPECT_EQ(files[0].url, QUrl::fromLocalFile(inFolder(u"#1 ?odd%.url"_s)));
+    EXPECT_EQ(files[1].url, QUrl::fromLocalFile(inFolder(u"#2 ?[x] \u00E9 100.url"_s)));
 }
 
 // CTest runs every case in a process of its own, so the collator is made under this locale.
@@ -53,13 +55,13 @@ TEST(ScanOrder, FollowsTheFileBrowserInTheCLocaleAndKeepsEqualNamesInListingOrde
     QStringList docsInListingOrder;
     for (QDirIterator it(test::shortcutFolder(), QDir::Files); it.hasNext();) {
         if (const QString name = it.nextFileInfo().fileName();
-            name.startsWith(u"docs"_qs, Qt::CaseInsensitive))
+            name.startsWith(u"docs"_s, Qt::CaseInsensitive))
             docsInListingOrder.append(name);
     }
 
     EXPECT_EQ(scannedNames(false), QStringList()
-                                       << u"apple.txt"_qs << u"Banana.url"_qs << docsInListingOrder
-                                       << u"item 2.webloc"_qs << u"item 10.webloc"_qs);
+                                       << u"apple.txt"_s << u"Banana.url"_s << docsInListingOrder
+                                       << u"item 2.webloc"_s << u"item 10.webloc"_s);
 }
 
 TEST(ScanFolder, TellsAMissingFolderFromAnEmptyOne)

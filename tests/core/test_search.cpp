@@ -13,13 +13,15 @@
 #include <algorithm>
 #include <random>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 
 namespace {
 
 IndexedFile record(const QString &name, qsizetype number)
 {
-    return IndexedFile{QUrl::fromLocalFile(u"/shortcuts/%1/"_qs.arg(number) + name), name};
+    return IndexedFile{QUrl::fromLocalFile(u"/shortcuts/%1/"_s.arg(number) + name), name};
 }
 
 IndexedFile prepared(const QString &name, qsizetype number)
@@ -80,8 +82,8 @@ QStringList generatedNames(int count, unsigned seed)
     const QStringList words =
         u"news|Feed|GitHub|mail|Doc|rust|book|HTTP|api|Map|notes|Wiki|a|b|Game|mode|Caf\u00E9|"
         u"cafe\u0301|\u0130stanbul|Stra\u00DFe|\u01C5ungla|\U0001F44D\U0001F3FD|\u039F\u03A3|"
-        u"\u6771\u4EAC|NewsFeed|x|Git Hub|\U0001F44D ok"_qs.split(u'|');
-    const QStringList joins = u" |-|_|.|/|: || - |\t|\u00A0|#|1|2024"_qs.split(u'|');
+        u"\u6771\u4EAC|NewsFeed|x|Git Hub|\U0001F44D ok"_s.split(u'|');
+    const QStringList joins = u" |-|_|.|/|: || - |\t|\u00A0|#|1|2024"_s.split(u'|');
     std::mt19937 random(seed);
     QStringList names;
     for (int i = 0; i < count; ++i) {
@@ -102,7 +104,7 @@ QStringList generatedNames(int count, unsigned seed)
 
 const QStringList corpusQueries =
     u"n|nf|news|feed|gh|git hub|doc|a|ab|2|20|m|map|wiki| mail\t|-|caf\u00E9|CAFE\u0301|i|\u0130s|"
-    u"stra\u00DFe|\u01C6|\U0001F44D|\u03C3|\u03C2|\u6771|gm|xb|#1|rb"_qs.split(u'|');
+    u"stra\u00DFe|\u01C6|\U0001F44D|\u03C3|\u03C2|\u6771|gm|xb|#1|rb"_s.split(u'|');
 
 QList<ScoredFile> firstRows(const QList<ScoredFile> &rows, qsizetype limit)
 {
@@ -144,23 +146,23 @@ TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
 TEST(SearchRanking, blankQueriesListNothingAndOnlySpacesAndTabsAreTrimmed)
 {
     const QList<IndexedFile> files =
-        preparedList({u"Doc 10"_qs, u"Doc10"_qs, u"Doc\n"_qs, u" "_qs, u"\t"_qs});
-    EXPECT_TRUE(FileIndex::search(u""_qs, files, 8).isEmpty());
-    EXPECT_TRUE(FileIndex::search(u"  \t "_qs, files, 8).isEmpty());
-    EXPECT_TRUE(FileIndex::search(u"doc"_qs, files, 0).isEmpty());
-    expectSameRows(FileIndex::search(u" \tdoc\u00A0 "_qs, files, 8),
-                   FileIndex::search(u"doc"_qs, files, 8));
-    EXPECT_EQ(namesOf(FileIndex::search(u"oc 1"_qs, files, 8)), QStringList{u"Doc 10"_qs});
-    EXPECT_EQ(namesOf(FileIndex::search(u"c\n"_qs, files, 8)), QStringList{u"Doc\n"_qs});
+        preparedList({u"Doc 10"_s, u"Doc10"_s, u"Doc\n"_s, u" "_s, u"\t"_s});
+    EXPECT_TRUE(FileIndex::search(u""_s, files, 8).isEmpty());
+    EXPECT_TRUE(FileIndex::search(u"  \t "_s, files, 8).isEmpty());
+    EXPECT_TRUE(FileIndex::search(u"doc"_s, files, 0).isEmpty());
+    expectSameRows(FileIndex::search(u" \tdoc\u00A0 "_s, files, 8),
+                   FileIndex::search(u"doc"_s, files, 8));
+    EXPECT_EQ(namesOf(FileIndex::search(u"oc 1"_s, files, 8)), QStringList{u"Doc 10"_s});
+    EXPECT_EQ(namesOf(FileIndex::search(u"c\n"_s, files, 8)), QStringList{u"Doc\n"_s});
 }
 
 TEST(SearchRanking, laterNamesThatTieStillEnterAFullList)
 {
     // Equal scores, best names last: each has to displace a kept row by its name alone.
     const QList<IndexedFile> files =
-        preparedList({u"Doc e"_qs, u"Doc d"_qs, u"Doc c"_qs, u"Doc b"_qs, u"Doc a"_qs});
-    EXPECT_EQ(namesOf(FileIndex::search(u"doc"_qs, files, 2)),
-              (QStringList{u"Doc a"_qs, u"Doc b"_qs}));
+        preparedList({u"Doc e"_s, u"Doc d"_s, u"Doc c"_s, u"Doc b"_s, u"Doc a"_s});
+    EXPECT_EQ(namesOf(FileIndex::search(u"doc"_s, files, 2)),
+              (QStringList{u"Doc a"_s, u"Doc b"_s}));
 }
 
 TEST(SearchRanking, aLaterNameThatWinsOnlyByItsCamelHumpsStillEntersAFullList)
@@ -168,33 +170,32 @@ TEST(SearchRanking, aLaterNameThatWinsOnlyByItsCamelHumpsStillEntersAFullList)
     // Once the row is full, names that can't beat it are passed over; a lowercase-uppercase
     // step such as "aB" adds more than any step of a name without one could, so the bound must
     // know of every hump, also one between the eighth and ninth characters.
-    for (const QString &camel : {u"xaBcDe"_qs, u"xxxxxx aBcde"_qs}) {
-        const QList<IndexedFile> files = preparedList({u"abcde"_qs, camel});
-        EXPECT_EQ(namesOf(FileIndex::search(u"abcde"_qs, files, 1)), QStringList{camel});
+    for (const QString &camel : {u"xaBcDe"_s, u"xxxxxx aBcde"_s}) {
+        const QList<IndexedFile> files = preparedList({u"abcde"_s, camel});
+        EXPECT_EQ(namesOf(FileIndex::search(u"abcde"_s, files, 1)), QStringList{camel});
     }
     // Each hump can add to one step: three of them beat a row that two earn.
-    const QList<IndexedFile> files = preparedList({u"aBcDefg"_qs, u"xxxxxx aBcDeFg"_qs});
-    EXPECT_EQ(namesOf(FileIndex::search(u"abcdefg"_qs, files, 1)),
-              QStringList{u"xxxxxx aBcDeFg"_qs});
+    const QList<IndexedFile> files = preparedList({u"aBcDefg"_s, u"xxxxxx aBcDeFg"_s});
+    EXPECT_EQ(namesOf(FileIndex::search(u"abcdefg"_s, files, 1)), QStringList{u"xxxxxx aBcDeFg"_s});
 }
 
 TEST(SearchRanking, aSessionFollowsChangesToTheListBetweenKeyStrokes)
 {
     SearchSession session;
-    QList<IndexedFile> files = preparedList({u"Alpha"_qs, u"Beta"_qs});
-    EXPECT_EQ(namesOf(FileIndex::search(u"a"_qs, files, 8, session)),
-              (QStringList{u"Alpha"_qs, u"Beta"_qs}));
+    QList<IndexedFile> files = preparedList({u"Alpha"_s, u"Beta"_s});
+    EXPECT_EQ(namesOf(FileIndex::search(u"a"_s, files, 8, session)),
+              (QStringList{u"Alpha"_s, u"Beta"_s}));
     // Renamed in place while the query grows: the new name counts, not what was prepared.
-    files[1].displayName = u"Gamma"_qs;
-    EXPECT_EQ(namesOf(FileIndex::search(u"am"_qs, files, 8, session)), QStringList{u"Gamma"_qs});
+    files[1].displayName = u"Gamma"_s;
+    EXPECT_EQ(namesOf(FileIndex::search(u"am"_s, files, 8, session)), QStringList{u"Gamma"_s});
     // A record added while the query grows is searched too.
-    files.push_back(prepared(u"Amber"_qs, 2));
-    EXPECT_EQ(namesOf(FileIndex::search(u"amb"_qs, files, 8, session)), QStringList{u"Amber"_qs});
+    files.push_back(prepared(u"Amber"_s, 2));
+    EXPECT_EQ(namesOf(FileIndex::search(u"amb"_s, files, 8, session)), QStringList{u"Amber"_s});
     // The same names in another list, searched with a shorter query and then a longer one.
-    const QList<IndexedFile> other = preparedList({u"Beta"_qs, u"Alpha"_qs});
-    EXPECT_EQ(namesOf(FileIndex::search(u"a"_qs, other, 8, session)),
-              (QStringList{u"Alpha"_qs, u"Beta"_qs}));
-    EXPECT_EQ(namesOf(FileIndex::search(u"b"_qs, other, 8, session)), QStringList{u"Beta"_qs});
+    const QList<IndexedFile> other = preparedList({u"Beta"_s, u"Alpha"_s});
+    EXPECT_EQ(namesOf(FileIndex::search(u"a"_s, other, 8, session)),
+              (QStringList{u"Alpha"_s, u"Beta"_s}));
+    EXPECT_EQ(namesOf(FileIndex::search(u"b"_s, other, 8, session)), QStringList{u"Beta"_s});
 }
 
 // URL matching over shortcut files written into the shortcut folder.
@@ -205,7 +206,7 @@ protected:
     {
         const QString name = fileName.section(u'.', 0, 0);
         QString path = test::shortcutFolder() + u'/' + fileName;
-        if (fileName.endsWith(u".url"_qs))
+        if (fileName.endsWith(u".url"_s))
             test::writeFile(path, "[InternetShortcut]\r\nURL=" + target.toUtf8() + "\r\n");
         else
             path = test::writeWebloc(name, target);
@@ -218,42 +219,39 @@ protected:
 TEST_F(UrlMatching, findsExactTargetsOnlyInListOrder)
 {
     QList<IndexedFile> files = {
-        write(u"Slash.webloc"_qs, u"https://host/a/"_qs),
-        write(u"First.url"_qs, u"https://host/a"_qs),
-        write(u"Plain.webloc"_qs, u"http://host/a"_qs),
-        write(u"Upper.url"_qs, u"HTTPS://HOST/a"_qs),
-        write(u"Second.webloc"_qs, u"https://host/a"_qs),
+        write(u"Slash.webloc"_s, u"https://host/a/"_s), write(u"First.url"_s, u"https://host/a"_s),
+        write(u"Plain.webloc"_s, u"http://host/a"_s),   write(u"Upper.url"_s, u"HTTPS://HOST/a"_s),
+        write(u"Second.webloc"_s, u"https://host/a"_s),
     };
-    test::writeFile(test::shortcutFolder() + u"/notes.txt"_qs, "https://host/a");
-    files.push_back(IndexedFile{QUrl::fromLocalFile(test::shortcutFolder() + u"/notes.txt"_qs),
-                                u"notes.txt"_qs});
+    test::writeFile(test::shortcutFolder() + u"/notes.txt"_s, "https://host/a");
+    files.push_back(
+        IndexedFile{QUrl::fromLocalFile(test::shortcutFolder() + u"/notes.txt"_s), u"notes.txt"_s});
 
-    const QList<ScoredFile> results = FileIndex::matching(u"https://host/a \r\n"_qs, files, 6);
-    EXPECT_EQ(namesOf(results), (QStringList{u"First"_qs, u"Second"_qs}));
+    const QList<ScoredFile> results = FileIndex::matching(u"https://host/a \r\n"_s, files, 6);
+    EXPECT_EQ(namesOf(results), (QStringList{u"First"_s, u"Second"_s}));
     for (const ScoredFile &result : results) {
         EXPECT_EQ(result.score, 0);
         EXPECT_TRUE(result.positions.isEmpty());
     }
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/a"_qs, files, 1)),
-              QStringList{u"First"_qs});
-    EXPECT_TRUE(FileIndex::matching(u"https://host/a"_qs, files, 0).isEmpty());
-    EXPECT_TRUE(FileIndex::matching(u" \n\t"_qs, files, 6).isEmpty());
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/a"_s, files, 1)), QStringList{u"First"_s});
+    EXPECT_TRUE(FileIndex::matching(u"https://host/a"_s, files, 0).isEmpty());
+    EXPECT_TRUE(FileIndex::matching(u" \n\t"_s, files, 6).isEmpty());
 }
 
 TEST_F(UrlMatching, comparesUpToCanonicalEquivalence)
 {
-    const QList<IndexedFile> files = {write(u"Cafe.webloc"_qs, u"https://host/caf\u00E9"_qs),
-                                      write(u"Plain.url"_qs, u"https://host/cafe"_qs)};
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/cafe\u0301"_qs, files, 6)),
-              QStringList{u"Cafe"_qs});
+    const QList<IndexedFile> files = {write(u"Cafe.webloc"_s, u"https://host/caf\u00E9"_s),
+                                      write(u"Plain.url"_s, u"https://host/cafe"_s)};
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/cafe\u0301"_s, files, 6)),
+              QStringList{u"Cafe"_s});
     // The Kelvin sign decomposes to a plain "K": equivalence reaches across ASCII too.
-    const QList<IndexedFile> kelvin = {write(u"Ascii.url"_qs, u"https://host/K"_qs),
-                                       write(u"Sign.url"_qs, u"https://host/\u212A"_qs),
-                                       write(u"Lower.url"_qs, u"https://host/k"_qs)};
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/\u212A"_qs, kelvin, 6)),
-              (QStringList{u"Ascii"_qs, u"Sign"_qs}));
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/K"_qs, kelvin, 6)),
-              (QStringList{u"Ascii"_qs, u"Sign"_qs}));
+    const QList<IndexedFile> kelvin = {write(u"Ascii.url"_s, u"https://host/K"_s),
+                                       write(u"Sign.url"_s, u"https://host/\u212A"_s),
+                                       write(u"Lower.url"_s, u"https://host/k"_s)};
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/\u212A"_s, kelvin, 6)),
+              (QStringList{u"Ascii"_s, u"Sign"_s}));
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/K"_s, kelvin, 6)),
+              (QStringList{u"Ascii"_s, u"Sign"_s}));
 }
 
 // Large lists are read on two threads before matching; every kind of file still gets its own
@@ -263,18 +261,17 @@ TEST_F(UrlMatching, readsALargeListOnTwoThreadsWithTheSameAnswers)
     QList<IndexedFile> files;
     QStringList expected;
     for (int i = 0; i < 300; ++i) {
-        const QString name = u"file %1"_qs.arg(i, 3, 10, QChar(u'0'));
-        const QString target = i % 7 == 0 ? u"https://x/same"_qs : u"https://x/%1"_qs.arg(i);
-        files.push_back(write(name + (i % 2 ? u".url"_qs : u".webloc"_qs), target));
+        const QString name = u"file %1"_s.arg(i, 3, 10, QChar(u'0'));
+        const QString target = i % 7 == 0 ? u"https://x/same"_s : u"https://x/%1"_s.arg(i);
+        files.push_back(write(name + (i % 2 ? u".url"_s : u".webloc"_s), target));
         if (i % 7 == 0)
             expected.append(files.back().displayName);
     }
-    test::writeFile(test::shortcutFolder() + u"/broken.webloc"_qs, "<plist><dict>");
-    files.insert(150,
-                 IndexedFile{QUrl::fromLocalFile(test::shortcutFolder() + u"/broken.webloc"_qs),
-                             u"broken"_qs});
+    test::writeFile(test::shortcutFolder() + u"/broken.webloc"_s, "<plist><dict>");
+    files.insert(150, IndexedFile{QUrl::fromLocalFile(test::shortcutFolder() + u"/broken.webloc"_s),
+                                  u"broken"_s});
 
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://x/same"_qs, files, 300)), expected);
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://x/same"_s, files, 300)), expected);
 }
 
 } // namespace

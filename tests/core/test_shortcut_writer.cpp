@@ -16,6 +16,8 @@
 #include <thread>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 using ShortcutWriter::WriteError;
 
@@ -36,62 +38,61 @@ QStringList folderEntries()
     return names;
 }
 
-std::expected<QUrl, WriteError> create(const QString &name, const QString &url = u"https://a/"_qs)
+std::expected<QUrl, WriteError> create(const QString &name, const QString &url = u"https://a/"_s)
 {
     return ShortcutWriter::create(name, url, FileIndex::directory());
 }
 
 TEST(ShortcutWriter, WritesTheTrimmedNameAndAddressIntoNewFolders)
 {
-    const auto written = create(u" \tTrip\u2028 "_qs, u"\u00A0https://a/?x=1&y=<2>\n"_qs);
+    const auto written = create(u" \tTrip\u2028 "_s, u"\u00A0https://a/?x=1&y=<2>\n"_s);
     ASSERT_TRUE(written.has_value());
-    EXPECT_EQ(*written, QUrl::fromLocalFile(inFolder(u"Trip.webloc"_qs)));
-    EXPECT_TRUE(test::readFile(inFolder(u"Trip.webloc"_qs)).contains("&amp;y=&lt;2&gt;"));
-    test::writeFile(inFolder(u"Docs.url"_qs), "URL=https://d/");
-    for (const QString &name : {u"a.b"_qs, u"Caf\u00E9 \\ x"_qs, u"Docs"_qs})
+    EXPECT_EQ(*written, QUrl::fromLocalFile(inFolder(u"Trip.webloc"_s)));
+    EXPECT_TRUE(test::readFile(inFolder(u"Trip.webloc"_s)).contains("&amp;y=&lt;2&gt;"));
+    test::writeFile(inFolder(u"Docs.url"_s), "URL=https://d/");
+    for (const QString &name : {u"a.b"_s, u"Caf\u00E9 \\ x"_s, u"Docs"_s})
         EXPECT_TRUE(create(name).has_value()) << name.toStdString();
 
-    EXPECT_EQ(folderEntries(),
-              QStringList({u"Caf\u00E9 \\ x.webloc"_qs, u"Docs.url"_qs, u"Docs.webloc"_qs,
-                           u"Trip.webloc"_qs, u"a.b.webloc"_qs}));
+    EXPECT_EQ(folderEntries(), QStringList({u"Caf\u00E9 \\ x.webloc"_s, u"Docs.url"_s,
+                                            u"Docs.webloc"_s, u"Trip.webloc"_s, u"a.b.webloc"_s}));
     const QList<IndexedFile> files = FileIndex::scan();
     ASSERT_EQ(files.size(), 5);
-    EXPECT_EQ(files.last().displayName, u"Trip"_qs);
-    EXPECT_EQ(ShortcutURL::target(files.last().url), u"https://a/?x=1&y=<2>"_qs);
+    EXPECT_EQ(files.last().displayName, u"Trip"_s);
+    EXPECT_EQ(ShortcutURL::target(files.last().url), u"https://a/?x=1&y=<2>"_s);
 }
 
 TEST(ShortcutWriter, RefusesInvalidNamesBeforeTouchingTheDisk)
 {
-    EXPECT_EQ(create(u"Trip"_qs, u" \r\n\u2029"_qs), std::unexpected(WriteError::invalidName));
+    EXPECT_EQ(create(u"Trip"_s, u" \r\n\u2029"_s), std::unexpected(WriteError::invalidName));
     for (const QString &name :
-         {u""_qs, u" \t\n"_qs, u" .profile"_qs, u"a/b"_qs, u"a:b"_qs, u"evil.desktop\u0000tail"_qs,
-          u"a\tb"_qs, u"a\u007Fb"_qs, u"a\u0085b"_qs, QString(u"a\xD800"_qs) + u'b'})
+         {u""_s, u" \t\n"_s, u" .profile"_s, u"a/b"_s, u"a:b"_s, u"evil.desktop\u0000tail"_s,
+          u"a\tb"_s, u"a\u007Fb"_s, u"a\u0085b"_s, QString(u"a\xD800"_s) + u'b'})
         EXPECT_EQ(create(name), std::unexpected(WriteError::invalidName)) << name.toStdString();
-    EXPECT_FALSE(QDir(test::homePath() + u"/conflocal"_qs).exists());
+    EXPECT_FALSE(QDir(test::homePath() + u"/conflocal"_s).exists());
 }
 
 TEST(ShortcutWriter, NeverReplacesAnExistingItem)
 {
-    test::writeFile(inFolder(u"File.webloc"_qs), "mine");
-    ASSERT_TRUE(QDir().mkpath(inFolder(u"Folder.webloc"_qs)));
-    ASSERT_TRUE(QFile::link(inFolder(u"nowhere"_qs), inFolder(u"Dangling.webloc"_qs)));
+    test::writeFile(inFolder(u"File.webloc"_s), "mine");
+    ASSERT_TRUE(QDir().mkpath(inFolder(u"Folder.webloc"_s)));
+    ASSERT_TRUE(QFile::link(inFolder(u"nowhere"_s), inFolder(u"Dangling.webloc"_s)));
 
-    for (const QString &name : {u"File"_qs, u"Folder"_qs, u"Dangling"_qs})
+    for (const QString &name : {u"File"_s, u"Folder"_s, u"Dangling"_s})
         EXPECT_EQ(create(name), std::unexpected(WriteError::alreadyExists)) << name.toStdString();
-    EXPECT_EQ(test::readFile(inFolder(u"File.webloc"_qs)), "mine");
+    EXPECT_EQ(test::readFile(inFolder(u"File.webloc"_s)), "mine");
     EXPECT_EQ(folderEntries(),
-              QStringList({u"Dangling.webloc"_qs, u"File.webloc"_qs, u"Folder.webloc"_qs}));
+              QStringList({u"Dangling.webloc"_s, u"File.webloc"_s, u"Folder.webloc"_s}));
 }
 
 TEST(ShortcutWriter, ReportsFailedWritesAndLeavesNothingBehind)
 {
     test::writeFile(test::shortcutFolder(), "a file where the folder belongs");
-    EXPECT_EQ(create(u"Trip"_qs), std::unexpected(WriteError::writeFailed));
+    EXPECT_EQ(create(u"Trip"_s), std::unexpected(WriteError::writeFailed));
     EXPECT_EQ(test::readFile(test::shortcutFolder()), "a file where the folder belongs");
 
     ASSERT_TRUE(QFile::remove(test::shortcutFolder()));
     EXPECT_EQ(create(QString(300, u'n')), std::unexpected(WriteError::writeFailed));
-    EXPECT_EQ(create(u"Trip"_qs, u"https://a/\u0001"_qs), std::unexpected(WriteError::writeFailed));
+    EXPECT_EQ(create(u"Trip"_s, u"https://a/\u0001"_s), std::unexpected(WriteError::writeFailed));
     EXPECT_EQ(folderEntries(), QStringList());
 }
 
@@ -101,7 +102,7 @@ TEST(ShortcutWriter, OfTwoWritersRacingForANameTheLoserFindsItTaken)
 {
     ASSERT_TRUE(QDir().mkpath(test::shortcutFolder()));
     for (int round = 0; round < 100; ++round) {
-        const QString name = u"Race "_qs + QString::number(round);
+        const QString name = u"Race "_s + QString::number(round);
         std::atomic<int> ready = 0;
         std::expected<QUrl, WriteError> results[2];
         std::thread writers[2];
@@ -132,27 +133,27 @@ TEST(ShortcutWriter, ClearsTemporariesLeftByKilledWriters)
         ::_exit(0);
     ASSERT_GT(child, 0);
     ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-    const QString deadWriter = u".pindle-"_qs + QString::number(child) + u"-1x.tmp"_qs;
-    const QString liveWriter = u".pindle-"_qs + QString::number(::getpid()) + u"-2x.tmp"_qs;
+    const QString deadWriter = u".pindle-"_s + QString::number(child) + u"-1x.tmp"_s;
+    const QString liveWriter = u".pindle-"_s + QString::number(::getpid()) + u"-2x.tmp"_s;
     for (const QString &name :
-         {deadWriter, liveWriter, u".pindle-fresh.tmp"_qs, u".pindle-old.tmp"_qs,
-          u"pindle-old.tmp"_qs, u".pindle-old.tmp.keep"_qs, u"target"_qs})
+         {deadWriter, liveWriter, u".pindle-fresh.tmp"_s, u".pindle-old.tmp"_s, u"pindle-old.tmp"_s,
+          u".pindle-old.tmp.keep"_s, u"target"_s})
         test::writeFile(inFolder(name), "leftover");
-    ASSERT_TRUE(QDir().mkpath(inFolder(u".pindle-folder.tmp"_qs)));
-    ASSERT_TRUE(QFile::link(inFolder(u"target"_qs), inFolder(u".pindle-link.tmp"_qs)));
+    ASSERT_TRUE(QDir().mkpath(inFolder(u".pindle-folder.tmp"_s)));
+    ASSERT_TRUE(QFile::link(inFolder(u"target"_s), inFolder(u".pindle-link.tmp"_s)));
     const timespec anHourAgo = {.tv_sec = ::time(nullptr) - 3600, .tv_nsec = 0};
     const timespec times[2] = {anHourAgo, anHourAgo};
-    for (const QString &name : {u".pindle-old.tmp"_qs, u"pindle-old.tmp"_qs,
-                                u".pindle-old.tmp.keep"_qs, u"target"_qs, u".pindle-folder.tmp"_qs})
+    for (const QString &name : {u".pindle-old.tmp"_s, u"pindle-old.tmp"_s,
+                                u".pindle-old.tmp.keep"_s, u"target"_s, u".pindle-folder.tmp"_s})
         ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(inFolder(name)).constData(), times, 0),
                   0);
 
-    ASSERT_TRUE(create(u"New"_qs).has_value());
+    ASSERT_TRUE(create(u"New"_s).has_value());
     EXPECT_EQ(folderEntries(),
-              QStringList({liveWriter, u".pindle-folder.tmp"_qs, u".pindle-fresh.tmp"_qs,
-                           u".pindle-link.tmp"_qs, u".pindle-old.tmp.keep"_qs, u"New.webloc"_qs,
-                           u"pindle-old.tmp"_qs, u"target"_qs}));
-    EXPECT_EQ(test::readFile(inFolder(u"target"_qs)), "leftover");
+              QStringList({liveWriter, u".pindle-folder.tmp"_s, u".pindle-fresh.tmp"_s,
+                           u".pindle-link.tmp"_s, u".pindle-old.tmp.keep"_s, u"New.webloc"_s,
+                           u"pindle-old.tmp"_s, u"target"_s}));
+    EXPECT_EQ(test::readFile(inFolder(u"target"_s)), "leftover");
 }
 
 } // namespace

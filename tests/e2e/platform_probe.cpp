@@ -19,6 +19,8 @@
 #include <cstdlib>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 
 namespace {
@@ -115,36 +117,36 @@ private:
         if (command == u"register") { // register KEYS NAME, the keys as "Alt+U"
             const QString name = arg2;
             const bool ok = m_hotKeys.registerHotKey(name, name, QKeySequence::fromString(arg1),
-                                                     [name] { say(u"fired "_qs + name); });
-            say((ok ? u"registered "_qs : u"failed "_qs) + name);
+                                                     [name] { say(u"fired "_s + name); });
+            say((ok ? u"registered "_s : u"failed "_s) + name);
         } else if (command == u"unregister") {
             m_hotKeys.unregisterAll();
-            say(u"unregistered"_qs);
+            say(u"unregistered"_s);
         } else if (command == u"grab") { // grab LETTER XMODIFIERS, as another client would
-            say(grabRaw(arg1.at(0).toLatin1(), std::uint16_t(arg2.toUInt())) ? u"grabbed"_qs
-                                                                             : u"busy"_qs);
+            say(grabRaw(arg1.at(0).toLatin1(), std::uint16_t(arg2.toUInt())) ? u"grabbed"_s
+                                                                             : u"busy"_s);
         } else if (command == u"remap") { // remap LETTER KEYCODE
-            say(remap(arg1.at(0).toLatin1(), xcb_keycode_t(arg2.toUInt())) ? u"remapped"_qs
-                                                                           : u"remap failed"_qs);
+            say(remap(arg1.at(0).toLatin1(), xcb_keycode_t(arg2.toUInt())) ? u"remapped"_s
+                                                                           : u"remap failed"_s);
         } else if (command == u"locks") {
             xcb_query_pointer_reply_t *pointer = xcb_query_pointer_reply(
                 c, xcb_query_pointer(c, platform::x11::rootWindow(c)), nullptr);
-            say(u"locks %1"_qs.arg(pointer != nullptr ? pointer->mask : 0));
+            say(u"locks %1"_s.arg(pointer != nullptr ? pointer->mask : 0));
             std::free(pointer);
         } else if (command == u"clipboard") {
             // The answer comes once the owner has handed the text over: its length in
             // characters and the MD5 of its UTF-8, or none.
             services.pasteboard->requestString([](std::optional<QString> text) {
-                say(text ? u"clipboard %1 %2"_qs.arg(text->size())
+                say(text ? u"clipboard %1 %2"_s.arg(text->size())
                                .arg(QString::fromLatin1(
                                    QCryptographicHash::hash(text->toUtf8(), QCryptographicHash::Md5)
                                        .toHex()))
-                         : u"clipboard none"_qs);
+                         : u"clipboard none"_s);
             });
         } else if (command == u"quit") {
             QCoreApplication::quit();
         } else if (!command.isEmpty()) {
-            say(u"unknown "_qs + command);
+            say(u"unknown "_s + command);
         }
     }
 

@@ -18,6 +18,8 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 using pindle::platform::ShortcutRefusal;
 using pindle::platform::wayland::PortalGlobalShortcuts;
 
@@ -26,10 +28,10 @@ using Shortcut = PortalShortcut;
 
 namespace {
 
-const QString portalService = u"org.freedesktop.portal.Desktop"_qs;
-const QString portalPath = u"/org/freedesktop/portal/desktop"_qs;
-const QString shortcutsInterface = u"org.freedesktop.portal.GlobalShortcuts"_qs;
-const QString appId = u"org.pindle.Pindle"_qs;
+const QString portalService = u"org.freedesktop.portal.Desktop"_s;
+const QString portalPath = u"/org/freedesktop/portal/desktop"_s;
+const QString shortcutsInterface = u"org.freedesktop.portal.GlobalShortcuts"_s;
+const QString appId = u"org.pindle.Pindle"_s;
 const QKeySequence altU(Qt::ALT | Qt::Key_U);
 const QKeySequence altI(Qt::ALT | Qt::Key_I);
 
@@ -39,7 +41,7 @@ class PrivateBus
 public:
     PrivateBus()
     {
-        QFile config(m_dir.filePath(u"bus.conf"_qs));
+        QFile config(m_dir.filePath(u"bus.conf"_s));
         if (!config.open(QIODevice::WriteOnly))
             return;
         config.write(
@@ -48,8 +50,8 @@ public:
             "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
             "<allow own=\"*\"/></policy></busconfig>");
         config.close();
-        m_daemon.start(u"dbus-daemon"_qs, {u"--nofork"_qs, u"--print-address"_qs,
-                                           u"--config-file="_qs + config.fileName()});
+        m_daemon.start(u"dbus-daemon"_s, {u"--nofork"_s, u"--print-address"_s,
+                                          u"--config-file="_s + config.fileName()});
         if (m_daemon.waitForReadyRead(10'000))
             address = QString::fromLocal8Bit(m_daemon.readLine()).trimmed();
     }
@@ -103,33 +105,31 @@ public:
         calls.append(method);
         const QString sender = message.service().mid(1).replace(u'.', u'_');
         const QVariantMap options = qdbus_cast<QVariantMap>(arguments.last());
-        const QString token = options.value(u"handle_token"_qs).toString();
-        const QString request = portalPath + u"/request/%1/%2"_qs.arg(sender, token);
+        const QString token = options.value(u"handle_token"_s).toString();
+        const QString request = portalPath + u"/request/%1/%2"_s.arg(sender, token);
         connection.send(message.createReply(QVariant::fromValue(QDBusObjectPath(request))));
 
         QVariantMap results;
         uint code = 0;
         if (method == u"CreateSession") {
-            session =
-                portalPath + u"/session/%1/%2"_qs.arg(
-                                 sender, options.value(u"session_handle_token"_qs).toString());
-            results.insert(u"session_handle"_qs, session);
+            session = portalPath + u"/session/%1/%2"_s.arg(
+                                       sender, options.value(u"session_handle_token"_s).toString());
+            results.insert(u"session_handle"_s, session);
         } else if (method == u"ListShortcuts") {
-            results.insert(u"shortcuts"_qs, QVariant::fromValue(remembered));
+            results.insert(u"shortcuts"_s, QVariant::fromValue(remembered));
         } else if (method == u"BindShortcuts") {
             QList<Shortcut> given;
             for (const Shortcut &shortcut : qdbus_cast<QList<Shortcut>>(arguments.at(1))) {
                 if (grants.contains(shortcut.id))
-                    given.append(
-                        {shortcut.id,
-                         {{u"description"_qs, shortcut.properties.value(u"description"_qs)},
-                          {u"trigger_description"_qs, grants.value(shortcut.id)}}});
+                    given.append({shortcut.id,
+                                  {{u"description"_s, shortcut.properties.value(u"description"_s)},
+                                   {u"trigger_description"_s, grants.value(shortcut.id)}}});
             }
             code = bindResponse;
-            results.insert(u"shortcuts"_qs, QVariant::fromValue(given));
+            results.insert(u"shortcuts"_s, QVariant::fromValue(given));
         }
-        QDBusMessage response = QDBusMessage::createSignal(
-            request, u"org.freedesktop.portal.Request"_qs, u"Response"_qs);
+        QDBusMessage response =
+            QDBusMessage::createSignal(request, u"org.freedesktop.portal.Request"_s, u"Response"_s);
         response << code << results;
         connection.send(response);
         return true;
@@ -149,8 +149,8 @@ protected:
     void TearDown() override
     {
         shortcuts.reset();
-        QDBusConnection::disconnectFromBus(u"client"_qs);
-        QDBusConnection::disconnectFromBus(u"portal"_qs);
+        QDBusConnection::disconnectFromBus(u"client"_s);
+        QDBusConnection::disconnectFromBus(u"portal"_s);
     }
 
     // Puts the stand-in portal on the bus.
@@ -161,12 +161,12 @@ protected:
         ASSERT_TRUE(connection.registerService(portalService));
     }
 
-    QDBusConnection portalConnection() const { return bus.connect(u"portal"_qs); }
+    QDBusConnection portalConnection() const { return bus.connect(u"portal"_s); }
 
     void activate(const QString &session, const QString &id)
     {
         QDBusMessage signal =
-            QDBusMessage::createSignal(portalPath, shortcutsInterface, u"Activated"_qs);
+            QDBusMessage::createSignal(portalPath, shortcutsInterface, u"Activated"_s);
         signal << QVariant::fromValue(QDBusObjectPath(session)) << id << qulonglong(0)
                << QVariantMap();
         portalConnection().send(signal);
@@ -175,8 +175,8 @@ protected:
     // Binds Alt+U and Alt+I as Pindle does, and waits until both are answered.
     void bindBoth()
     {
-        shortcuts->bind(u"launcher"_qs, u"Show the launcher"_qs, altU);
-        shortcuts->bind(u"creator"_qs, u"Show the creator"_qs, altI);
+        shortcuts->bind(u"launcher"_s, u"Show the launcher"_s, altU);
+        shortcuts->bind(u"creator"_s, u"Show the creator"_s, altI);
         EXPECT_TRUE(QTest::qWaitFor([&] { return bound.size() + refused.size() == 2; }, 10'000));
     }
 
@@ -192,7 +192,7 @@ protected:
     PrivateBus bus;
     FakePortal portal;
     std::unique_ptr<PortalGlobalShortcuts> shortcuts =
-        std::make_unique<PortalGlobalShortcuts>(bus.connect(u"client"_qs), appId);
+        std::make_unique<PortalGlobalShortcuts>(bus.connect(u"client"_s), appId);
     QSignalSpy bound{shortcuts.get(), &PortalGlobalShortcuts::bound};
     QSignalSpy refused{shortcuts.get(), &PortalGlobalShortcuts::refused};
     QSignalSpy activated{shortcuts.get(), &PortalGlobalShortcuts::activated};
@@ -200,60 +200,60 @@ protected:
 
 TEST_F(PortalShortcuts, deliversOnlyThePressesOfItsOwnSession)
 {
-    portal.grants = {{u"launcher"_qs, u"Alt+U"_qs}, {u"creator"_qs, u"Alt+I"_qs}};
+    portal.grants = {{u"launcher"_s, u"Alt+U"_s}, {u"creator"_s, u"Alt+I"_s}};
     startPortal();
     bindBoth();
-    EXPECT_EQ(ids(bound), (QStringList{u"creator"_qs, u"launcher"_qs}));
+    EXPECT_EQ(ids(bound), (QStringList{u"creator"_s, u"launcher"_s}));
 
     // A press in another program's session is not ours; signals arrive in order, so once ours
     // is in, the other would have been too.
-    activate(portalPath + u"/session/other/1"_qs, u"launcher"_qs);
-    activate(portal.session, u"creator"_qs);
+    activate(portalPath + u"/session/other/1"_s, u"launcher"_s);
+    activate(portal.session, u"creator"_s);
     ASSERT_TRUE(QTest::qWaitFor([&] { return activated.size() >= 1; }, 10'000));
-    EXPECT_EQ(ids(activated), QStringList{u"creator"_qs});
+    EXPECT_EQ(ids(activated), QStringList{u"creator"_s});
 }
 
 TEST_F(PortalShortcuts, keepsBindingsTheDesktopRemembersWithoutAskingAgain)
 {
     portal.hasRegistry = false;
-    portal.remembered = {{u"launcher"_qs, {{u"trigger_description"_qs, u"Meta+L"_qs}}},
-                         {u"creator"_qs, {{u"trigger_description"_qs, u"Alt+I"_qs}}}};
+    portal.remembered = {{u"launcher"_s, {{u"trigger_description"_s, u"Meta+L"_s}}},
+                         {u"creator"_s, {{u"trigger_description"_s, u"Alt+I"_s}}}};
     startPortal();
     bindBoth();
     EXPECT_EQ(bound.size(), 2);
-    EXPECT_FALSE(portal.calls.contains(u"BindShortcuts"_qs))
+    EXPECT_FALSE(portal.calls.contains(u"BindShortcuts"_s))
         << portal.calls.join(u' ').toStdString();
 }
 
 TEST_F(PortalShortcuts, keysTheDesktopDoesNotGiveAreRefused)
 {
     // Asked, it gives Alt+U and leaves Alt+I without a key.
-    portal.grants = {{u"launcher"_qs, u"Alt+U"_qs}, {u"creator"_qs, QString()}};
+    portal.grants = {{u"launcher"_s, u"Alt+U"_s}, {u"creator"_s, QString()}};
     startPortal();
     bindBoth();
-    EXPECT_EQ(ids(bound), QStringList{u"launcher"_qs});
+    EXPECT_EQ(ids(bound), QStringList{u"launcher"_s});
     ASSERT_EQ(refused.size(), 1);
-    EXPECT_EQ(refused.at(0).at(0).toString(), u"creator"_qs);
+    EXPECT_EQ(refused.at(0).at(0).toString(), u"creator"_s);
     EXPECT_EQ(refused.at(0).at(1).value<ShortcutRefusal>(), ShortcutRefusal::notGiven);
 }
 
 TEST_F(PortalShortcuts, cancelledBindRefusesEveryKey)
 {
-    portal.grants = {{u"launcher"_qs, u"Alt+U"_qs}};
+    portal.grants = {{u"launcher"_s, u"Alt+U"_s}};
     portal.bindResponse = 1;
     startPortal();
     bindBoth();
     EXPECT_TRUE(bound.isEmpty());
-    EXPECT_EQ(ids(refused), (QStringList{u"creator"_qs, u"launcher"_qs}));
+    EXPECT_EQ(ids(refused), (QStringList{u"creator"_s, u"launcher"_s}));
 }
 
 TEST_F(PortalShortcuts, withoutAPortalEveryKeyIsRefused)
 {
     bindBoth();
     EXPECT_TRUE(bound.isEmpty());
-    EXPECT_EQ(ids(refused), (QStringList{u"creator"_qs, u"launcher"_qs}));
+    EXPECT_EQ(ids(refused), (QStringList{u"creator"_s, u"launcher"_s}));
     // Later keys are refused too, without waiting on the bus again.
-    shortcuts->bind(u"other"_qs, QString(), altU);
+    shortcuts->bind(u"other"_s, QString(), altU);
     EXPECT_TRUE(QTest::qWaitFor([&] { return refused.size() == 3; }, 10'000));
 }
 

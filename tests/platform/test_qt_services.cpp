@@ -19,6 +19,8 @@
 #include <string>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 using namespace pindle::platform;
 
@@ -66,37 +68,37 @@ private:
 
 void expectTrashed(const QString &original)
 {
-    const QString trash = test::homePath() + u"/.local/share/Trash/"_qs;
+    const QString trash = test::homePath() + u"/.local/share/Trash/"_s;
     const QString name = QFileInfo(original).fileName();
     EXPECT_FALSE(QFile::exists(original));
-    EXPECT_TRUE(QFile::exists(trash + u"files/"_qs + name));
-    EXPECT_TRUE(QFile::exists(trash + u"info/"_qs + name + u".trashinfo"_qs));
+    EXPECT_TRUE(QFile::exists(trash + u"files/"_s + name));
+    EXPECT_TRUE(QFile::exists(trash + u"info/"_s + name + u".trashinfo"_s));
 }
 
 } // namespace
 
 TEST(Trash, createsTheHomeTrashWhenTheDataDirectoryIsMissingAndKeepsSameNamedFilesApart)
 {
-    ASSERT_FALSE(QFile::exists(test::homePath() + u"/.local/share"_qs));
+    ASSERT_FALSE(QFile::exists(test::homePath() + u"/.local/share"_s));
     const WorkingDirectory cwd;
-    const QString path = test::writeWebloc(u"Docs"_qs, u"https://one/"_qs);
+    const QString path = test::writeWebloc(u"Docs"_s, u"https://one/"_s);
     EXPECT_TRUE(moveFileToTrash(path));
     expectTrashed(path);
-    test::writeWebloc(u"Docs"_qs, u"https://two/"_qs);
+    test::writeWebloc(u"Docs"_s, u"https://two/"_s);
     EXPECT_TRUE(moveFileToTrash(path));
-    const QDir trash(test::homePath() + u"/.local/share/Trash"_qs);
-    EXPECT_EQ(QDir(trash.filePath(u"files"_qs)).entryList(QDir::Files).size(), 2);
-    EXPECT_EQ(QDir(trash.filePath(u"info"_qs)).entryList(QDir::Files).size(), 2);
+    const QDir trash(test::homePath() + u"/.local/share/Trash"_s);
+    EXPECT_EQ(QDir(trash.filePath(u"files"_s)).entryList(QDir::Files).size(), 2);
+    EXPECT_EQ(QDir(trash.filePath(u"info"_s)).entryList(QDir::Files).size(), 2);
     EXPECT_TRUE(cwd.isEmpty());
-    EXPECT_FALSE(moveFileToTrash(test::shortcutFolder() + u"/gone.webloc"_qs));
+    EXPECT_FALSE(moveFileToTrash(test::shortcutFolder() + u"/gone.webloc"_s));
 }
 
 // A Trash that can't hold anything leaves the file where it was, and nothing else anywhere.
 TEST(Trash, aTrashThatIsAFileIsAFailureThatLeavesNothingStray)
 {
     const WorkingDirectory cwd;
-    const QString path = test::writeWebloc(u"Docs"_qs, u"https://example.org/"_qs);
-    const QString trash = test::homePath() + u"/.local/share/Trash"_qs;
+    const QString path = test::writeWebloc(u"Docs"_s, u"https://example.org/"_s);
+    const QString trash = test::homePath() + u"/.local/share/Trash"_s;
     test::writeFile(trash, "not a folder");
     const auto everything = [] {
         QStringList paths;
@@ -134,27 +136,27 @@ TEST(Trash, aNameThatIsNotUtf8KeepsItsBytes)
 
 TEST(Workspace, opensAnHttpTargetInTheBrowserAndAnythingElseAsTheFile)
 {
-    const UrlCatcher catcher({u"http"_qs, u"https"_qs, u"ftp"_qs, u"file"_qs});
+    const UrlCatcher catcher({u"http"_s, u"https"_s, u"ftp"_s, u"file"_s});
     const QUrl web =
-        QUrl::fromLocalFile(test::writeWebloc(u"web"_qs, u"HTTPS://example.org/a?b=1"_qs));
-    const QUrl ftp = QUrl::fromLocalFile(test::writeWebloc(u"ftp"_qs, u"ftp://example.org/pub"_qs));
-    const QUrl notes = QUrl::fromLocalFile(test::shortcutFolder() + u"/notes.txt"_qs);
+        QUrl::fromLocalFile(test::writeWebloc(u"web"_s, u"HTTPS://example.org/a?b=1"_s));
+    const QUrl ftp = QUrl::fromLocalFile(test::writeWebloc(u"ftp"_s, u"ftp://example.org/pub"_s));
+    const QUrl notes = QUrl::fromLocalFile(test::shortcutFolder() + u"/notes.txt"_s);
     test::writeFile(notes.toLocalFile(), "plain");
     QtWorkspace workspace([] {});
     EXPECT_TRUE(workspace.openFile(web));
     EXPECT_TRUE(workspace.openFile(ftp));
     EXPECT_TRUE(workspace.openFile(notes));
-    EXPECT_EQ(catcher.opened, (QList<QUrl>{QUrl(u"https://example.org/a?b=1"_qs), ftp, notes}));
+    EXPECT_EQ(catcher.opened, (QList<QUrl>{QUrl(u"https://example.org/a?b=1"_s), ftp, notes}));
 }
 
 TEST(Workspace, everyFileGetsAnIcon)
 {
     QtWorkspace workspace([] {});
-    EXPECT_FALSE(workspace.iconForFile(test::writeWebloc(u"web"_qs, u"https://a/"_qs)).isNull());
-    EXPECT_FALSE(workspace.iconForFile(test::shortcutFolder() + u"/no such file"_qs).isNull());
+    EXPECT_FALSE(workspace.iconForFile(test::writeWebloc(u"web"_s, u"https://a/"_s)).isNull());
+    EXPECT_FALSE(workspace.iconForFile(test::shortcutFolder() + u"/no such file"_s).isNull());
     // A file that keeps turning into a pipe must not make the look wait for a writer: the alarm
     // ends the test if it does.
-    const QString swapped = test::shortcutFolder() + u"/notes"_qs;
+    const QString swapped = test::shortcutFolder() + u"/notes"_s;
     test::writeFile(swapped, "plain");
     const test::PipeSwapper swapper(swapped);
     ::alarm(30);

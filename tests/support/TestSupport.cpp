@@ -15,6 +15,8 @@
 #include <unistd.h>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 namespace pindle::test {
 
 namespace {
@@ -129,7 +131,7 @@ PipeSwapper::PipeSwapper(const QString &path)
     const QByteArray target = QFile::encodeName(path);
     // Hidden names, which no scan lists.
     const QFileInfo info(path);
-    const QByteArray hidden = QFile::encodeName(info.path() + u"/."_qs + info.fileName());
+    const QByteArray hidden = QFile::encodeName(info.path() + u"/."_s + info.fileName());
     const QByteArray file = hidden + ".swap-file";
     const QByteArray pipe = hidden + ".swap-pipe";
     m_thread = std::thread([this, target, file, pipe] {

@@ -17,6 +17,8 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 using pindle::test::writeWebloc;
 
@@ -168,14 +170,14 @@ TEST_F(CreatorSaving, AClickOrReturnOnARowAdoptsItsNameToSaveEdited)
 
     QTest::keyClicks(name(), QStringLiteral(" 2"));
     key(name(), Qt::Key_Return);
-    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(savedPath(adopted + u" 2"_qs))), sharedURL);
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(savedPath(adopted + u" 2"_s))), sharedURL);
     EXPECT_FALSE(creator->isVisible());
     EXPECT_TRUE(name()->text().isEmpty() && url()->text().isEmpty());
 }
 
 TEST_F(CreatorSaving, KeepsALongAddressAndNameWhole)
 {
-    const QString address = u"https://example.com/?q="_qs + QString(100000, u'x');
+    const QString address = u"https://example.com/?q="_s + QString(100000, u'x');
     const QString longName = QString(200, u'n');
     creator->show(address);
     QTest::keyClicks(name(), longName);
@@ -194,7 +196,7 @@ TEST_F(CreatorSaving, FailedSaveBeepsAndChangesNothing)
     key(name(), Qt::Key_Return);
     EXPECT_EQ(fakes.workspace->beeps, 1);
     EXPECT_TRUE(creator->isVisible());
-    EXPECT_EQ(name()->text() + url()->text(), u"Other"_qs + sharedURL);
+    EXPECT_EQ(name()->text() + url()->text(), u"Other"_s + sharedURL);
     EXPECT_EQ(shownNames(), before);
     EXPECT_EQ(test::readFile(savedPath(QStringLiteral("Other"))), existing);
 }

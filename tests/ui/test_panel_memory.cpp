@@ -16,6 +16,8 @@
 #include <malloc.h>
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 #if defined(__SANITIZE_ADDRESS__)
 // AddressSanitizer's own allocator, which mallinfo2() knows nothing about.
 extern "C" size_t __sanitizer_get_current_allocated_bytes();
@@ -40,15 +42,15 @@ TEST(PanelMemory, StaysFlatOverHundredsOfOpeningsWithRowsDrawn)
     platform::fake::installFakePlatform();
     platform::services().workspace = std::make_unique<platform::QtWorkspace>([] {});
     for (int i = 0; i < 12; ++i)
-        test::writeWebloc(u"Shortcut "_qs + QString::number(i), u"https://example.org/"_qs);
-    test::writeFile(test::shortcutFolder() + u"/Shortcut notes.txt"_qs, "plain");
+        test::writeWebloc(u"Shortcut "_s + QString::number(i), u"https://example.org/"_s);
+    test::writeFile(test::shortcutFolder() + u"/Shortcut notes.txt"_s, "plain");
 
     auto *header = new QWidget;
     ui::LauncherController launcher(header, 58);
     launcher.buildField(header);
     const auto openWithRowsDrawn = [&] {
         launcher.show();
-        QTest::keyClicks(launcher.textField(), u"sh"_qs);
+        QTest::keyClicks(launcher.textField(), u"sh"_s);
         ASSERT_FALSE(launcher.results.isEmpty());
         // Painting every row is what fills the caches of scaled icons.
         ASSERT_FALSE(launcher.panel()->grab().isNull());

@@ -23,6 +23,8 @@
 #include <thread>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 
 namespace {
@@ -101,7 +103,7 @@ TEST(PanelStress, BothPanelsKeepOpeningAndClosingWhileTheFolderChangesUnderThem)
     platform::fake::installFakePlatform();
     platform::services().workspace = std::make_unique<platform::QtWorkspace>([] {});
     for (int i = 0; i < 20; ++i)
-        test::writeWebloc(u"Stable "_qs + QString::number(i), u"https://example.org/"_qs);
+        test::writeWebloc(u"Stable "_s + QString::number(i), u"https://example.org/"_s);
     const QByteArray folder = QFile::encodeName(test::shortcutFolder());
 
     std::atomic<bool> stop = false;
@@ -120,13 +122,13 @@ TEST(PanelStress, BothPanelsKeepOpeningAndClosingWhileTheFolderChangesUnderThem)
     int toggles = 0;
     for (int round = 0; round < rounds; ++round) {
         launcher.show();
-        QTest::keyClicks(launcher.textField(), round % 2 ? u"s"_qs : u"e"_qs);
+        QTest::keyClicks(launcher.textField(), round % 2 ? u"s"_s : u"e"_s);
         toggles += launcher.panel()->isVisible() && !launcher.panel()->grab().isNull();
         launcher.hide(false);
         toggles += !launcher.panel()->isVisible();
 
-        creator.show(u"https://example.org/stress"_qs);
-        QTest::keyClicks(creator.nameField(), u"a"_qs);
+        creator.show(u"https://example.org/stress"_s);
+        QTest::keyClicks(creator.nameField(), u"a"_s);
         toggles += creator.panel()->isVisible() && !creator.panel()->grab().isNull();
         creator.hide(false);
         toggles += !creator.panel()->isVisible();

@@ -19,6 +19,8 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 using namespace pindle;
 
 namespace {
@@ -26,12 +28,12 @@ namespace {
 class ThemedWorkspace : public platform::fake::FakeWorkspace
 {
 public:
-    QIcon iconForFile(const QString &) override { return QIcon::fromTheme(u"text-html"_qs); }
+    QIcon iconForFile(const QString &) override { return QIcon::fromTheme(u"text-html"_s); }
 };
 
 QPalette palette(bool dark)
 {
-    const std::unique_ptr<QStyle> fusion(QStyleFactory::create(u"Fusion"_qs));
+    const std::unique_ptr<QStyle> fusion(QStyleFactory::create(u"Fusion"_s));
     QPalette palette = fusion->standardPalette();
     const QColor text = dark ? QColor(0xee, 0xee, 0xf0) : QColor(0x1c, 0x1c, 0x1e);
     palette.setColor(QPalette::Window, dark ? QColor(0x2b, 0x2b, 0x2e) : QColor(0xf6, 0xf6, 0xf7));
@@ -68,7 +70,7 @@ QList<ScoredFile> sampleResults(const QString &folder)
     QList<ScoredFile> results;
     for (const auto &sample : samples) {
         const QString name = QString::fromUtf8(sample.name);
-        const QString path = folder + u'/' + name + (sample.target ? u".url"_qs : QString());
+        const QString path = folder + u'/' + name + (sample.target ? u".url"_s : QString());
         QFile file(path);
         if (file.open(QIODevice::WriteOnly))
             file.write(sample.target ? QByteArray("[InternetShortcut]\r\nURL=") + sample.target
@@ -84,7 +86,7 @@ bool shoot(const QString &path, bool dark, bool message, const QString &folder)
     // A coloured backdrop, so the corners and the edge can be judged.
     QWidget desktop;
     desktop.setWindowFlags(Qt::FramelessWindowHint | Qt::WindowStaysOnBottomHint);
-    desktop.setStyleSheet(dark ? u"background: #3a1f3d"_qs : u"background: #7aa7d9"_qs);
+    desktop.setStyleSheet(dark ? u"background: #3a1f3d"_s : u"background: #7aa7d9"_s);
     desktop.setGeometry(QGuiApplication::primaryScreen()->geometry());
     desktop.show();
 
@@ -94,12 +96,12 @@ bool shoot(const QString &path, bool dark, bool message, const QString &folder)
     QFont font = QApplication::font();
     font.setPixelSize(24);
     field->setFont(font);
-    field->setPlaceholderText(u"Pindle to:"_qs);
-    field->setText(message ? u"news"_qs : u"nf"_qs);
+    field->setPlaceholderText(u"Pindle to:"_s);
+    field->setText(message ? u"news"_s : u"nf"_s);
     (new QHBoxLayout(header))->addWidget(field, 0, Qt::AlignVCenter);
     header->layout()->setContentsMargins(18, 0, 18, 0);
     if (message) {
-        panel.renderRows(QDir::homePath() + u"/conflocal/urls not found"_qs);
+        panel.renderRows(QDir::homePath() + u"/conflocal/urls not found"_s);
     } else {
         panel.results = sampleResults(folder);
         panel.selectedIndex = 2;
@@ -124,10 +126,10 @@ bool shoot(const QString &path, bool dark, bool message, const QString &folder)
 
 int main(int argc, char **argv)
 {
-    QApplication::setStyle(u"Fusion"_qs);
+    QApplication::setStyle(u"Fusion"_s);
     QApplication app(argc, argv);
-    QIcon::setThemeName(u"Adwaita"_qs);
-    const QString out = argc > 1 ? QString::fromLocal8Bit(argv[1]) : u"."_qs;
+    QIcon::setThemeName(u"Adwaita"_s);
+    const QString out = argc > 1 ? QString::fromLocal8Bit(argv[1]) : u"."_s;
     QDir().mkpath(out);
 
     platform::fake::installFakePlatform();
@@ -143,8 +145,8 @@ int main(int argc, char **argv)
     bool ok = true;
     for (const bool dark : {false, true}) {
         for (const bool message : {false, true}) {
-            const QString path = u"%1/panel-%2-%3.png"_qs.arg(
-                out, message ? u"message"_qs : u"rows"_qs, dark ? u"dark"_qs : u"light"_qs);
+            const QString path = u"%1/panel-%2-%3.png"_s.arg(
+                out, message ? u"message"_s : u"rows"_s, dark ? u"dark"_s : u"light"_s);
             const bool saved = shoot(path, dark, message, folder.path());
             std::printf("%s %s\n", saved ? "wrote" : "FAILED", qPrintable(path));
             ok = ok && saved;
