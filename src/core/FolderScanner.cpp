@@ -1,9 +1,8 @@
 #include "core/FolderScanner.h"
 
-#include <QMetaObject>
+#include "core/BackgroundWork.h"
 
 #include <atomic>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -50,24 +49,11 @@ std::optional<QList<IndexedFile>> FolderScanner::scan()
         return FileIndex::finishScan(std::move(job->listing));
     }
 
-    // The context outlives the worker: the scanner, which the context's owner holds, joins it
-    // when destroyed. The answer is posted; the scanner may be gone by the time it comes.
-    QObject *context = m_context;
-    const auto work = [job, context, this] {
-        FileIndex::listFolder(job->listing, &job->isCancelled);
-        if (job->isCancelled || context == nullptr)
-            return;
-        QMetaObject::invokeMethod(
-            context,
-            [job, this] {
-                if (!job->isFinished)
-                    finish(job);
-            },
-            Qt::QueuedConnection);
-    };
-    try {
-        job->worker = std::thread(work);
-    } catch (const std::system_error &) {
+    const bool isStarted = detail::startBackgroundWork(
+        job, m_context.data(),
+        [](Job &listed) { FileIndex::listFolder(listed.listing, &listed.isCancelled); },
+        [this](const std::shared_ptr<Job> &listed) { finish(listed); });
+    if (!isStarted) {
         // No thread to be had: the folder is listed here, holding the interface up.
         FileIndex::listFolder(job->listing, nullptr);
         return FileIndex::finishScan(std::move(job->listing));

@@ -1,14 +1,13 @@
 #include "core/TargetReader.h"
 
+#include "core/BackgroundWork.h"
 #include "core/ShortcutURL.h"
 
-#include <QMetaObject>
 #include <QTimer>
 
 #include <algorithm>
 #include <atomic>
 #include <optional>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -99,26 +98,12 @@ bool TargetReader::ensureTargets(const QList<IndexedFile> &files)
     }
     detail::markForgetting();
 
-    // The context outlives the worker: the reader, which the context's owner holds, joins it
-    // when destroyed. The answer is posted; the reader may be gone by the time it comes.
-    QObject *context = m_context;
-    const auto work = [job, context, this] {
-        readAll(*job);
-        if (job->isCancelled || context == nullptr)
-            return;
-        QMetaObject::invokeMethod(
-            context,
-            [job, this] {
-                if (!job->isFinished)
-                    finish(job, false);
-            },
-            Qt::QueuedConnection);
-    };
-    try {
-        job->worker = std::thread(work);
-    } catch (const std::system_error &) {
+    const bool isStarted = detail::startBackgroundWork(
+        job, m_context.data(), [this](Job &reading) { readAll(reading); },
+        [this](const std::shared_ptr<Job> &reading) { finish(reading, false); });
+    if (!isStarted) {
         // No thread to be had: the targets are read here, holding the interface up.
-        work();
+        readAll(*job);
         job->isFinished = true;
         store(*job, 0, job->files.size());
         return true;

@@ -28,7 +28,6 @@ namespace {
 constexpr double panelWidth = 660;
 constexpr double separatorHeight = 1;
 constexpr int listInset = 6;
-constexpr double rowHeight = 50;
 constexpr int messageLeading = 18;
 // How long after a panel hides the freed memory is returned to the system.
 constexpr int trimDelayMs = 250;
@@ -289,7 +288,7 @@ void PanelController::renderRows(const std::optional<QString> &message)
         m_messageLabel->setText(*message);
         auto *row = new QWidget(m_resultsStack);
         row->setObjectName(QStringLiteral("messageRow"));
-        row->setFixedHeight(int(rowHeight));
+        row->setFixedHeight(ResultRowView::rowHeight);
         auto *rowLayout = new QHBoxLayout(row);
         rowLayout->setContentsMargins(messageLeading, 0, 0, 0);
         rowLayout->addWidget(m_messageLabel, 0, Qt::AlignVCenter);
@@ -324,8 +323,8 @@ void PanelController::resizeWindow(qsizetype rowCount, bool hasContent)
 {
     double target = m_headerHeight;
     if (hasContent)
-        target =
-            double(rowCount) * rowHeight + ((m_headerHeight + separatorHeight) + 2 * listInset);
+        target = double(rowCount) * ResultRowView::rowHeight +
+                 ((m_headerHeight + separatorHeight) + 2 * listInset);
     const QRectF frame = m_panel->frame();
     if (std::abs(frame.height() - target) <= resizeTolerance)
         return;

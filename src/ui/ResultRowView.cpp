@@ -16,7 +16,6 @@
 namespace pindle::ui {
 namespace {
 
-constexpr int rowHeight = 50;
 constexpr int highlightInsetX = 8;
 constexpr int highlightInsetY = 1;
 constexpr qreal highlightRadius = 7;

@@ -23,6 +23,9 @@ class ResultRowView : public QWidget
 {
     Q_OBJECT
 public:
+    // Every row has this height; the panel sizes itself by it.
+    static constexpr int rowHeight = 50;
+
     // A run of UTF-16 code units of the title.
     struct TitleRange
     {
