@@ -18,13 +18,9 @@
 using namespace Qt::StringLiterals;
 
 using namespace pindle;
+using test::inFolder;
 
 namespace {
-
-QString inFolder(const QString &name)
-{
-    return test::shortcutFolder() + u'/' + name;
-}
 
 QByteArray bigEndian(quint64 value, int size)
 {

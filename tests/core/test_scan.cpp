@@ -12,13 +12,9 @@
 using namespace Qt::StringLiterals;
 
 using namespace pindle;
+using test::inFolder;
 
 namespace {
-
-QString inFolder(const QString &name)
-{
-    return test::shortcutFolder() + u'/' + name;
-}
 
 QStringList scannedNames(bool asDisplayed = true)
 {

@@ -16,14 +16,10 @@
 using namespace Qt::StringLiterals;
 
 using namespace pindle;
+using test::inFolder;
 using test::writeWebloc;
 
 namespace {
-
-QString inFolder(const QString &name)
-{
-    return test::shortcutFolder() + u'/' + name;
-}
 
 // Display name -> target (or "-" for none), as a panel would ask for them after a scan.
 QMap<QString, QString> scannedTargets()

@@ -20,13 +20,9 @@ using namespace Qt::StringLiterals;
 
 using namespace pindle;
 using ShortcutWriter::WriteError;
+using test::inFolder;
 
 namespace {
-
-QString inFolder(const QString &name)
-{
-    return test::shortcutFolder() + u'/' + name;
-}
 
 // Hidden names included: no attempt may leave a temporary file behind.
 QStringList folderEntries()

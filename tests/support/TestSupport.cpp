@@ -68,6 +68,11 @@ QString shortcutFolder()
     return homePath() + QStringLiteral("/conflocal/urls");
 }
 
+QString inFolder(const QString &name)
+{
+    return shortcutFolder() + u'/' + name;
+}
+
 void writeFile(const QString &path, const QByteArray &bytes)
 {
     ASSERT_TRUE(QDir().mkpath(QFileInfo(path).absolutePath())) << path.toStdString();

@@ -17,6 +17,8 @@ void emptyHomeBeforeEachTest();
 QString homePath();
 // $HOME/conflocal/urls, the folder the scan reads.
 QString shortcutFolder();
+// The path of name in the shortcut folder.
+QString inFolder(const QString &name);
 // Writes bytes to path, creating parent folders; fails the test when it can't.
 void writeFile(const QString &path, const QByteArray &bytes);
 QByteArray readFile(const QString &path);
