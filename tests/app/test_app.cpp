@@ -1,7 +1,9 @@
-// The application shell with the fake desktop: the warning for keys it can't have, and how Alt+I
-// waits on a clipboard or a focus the end-to-end scripts can't make slow or absent.
+// The application shell with the fake desktop: the warning for keys it can't have, how Alt+I
+// waits on a clipboard or a focus the end-to-end scripts can't make slow or absent, and the
+// command-line forms they don't use.
 
 #include "app/AppDelegate.h"
+#include "app/CommandLine.h"
 
 #include "platform/fake/FakePlatform.h"
 #include "ui/Alert.h"
@@ -39,7 +41,6 @@ TEST_F(Delegate, KeysRefusedAreNamedInOrderInOneWarningThatGivesTheToggleCommand
                                {creatorId, platform::ShortcutRefusal::heldElsewhere}};
     ui::Alert::setNextAnswer(ui::Alert::firstButtonReturn);
     launch();
-    // The warning follows the desktop's answers through the event loop, the application active.
     ASSERT_TRUE(QTest::qWaitFor([this] { return fakes.application->activations > 0; }));
     const std::optional<ui::Alert> alert = ui::Alert::lastAlert();
     ASSERT_TRUE(alert.has_value());
@@ -96,6 +97,25 @@ TEST_F(Delegate, AltIGivesUpWhenTheCreatorNeverGetsTheFocusToReadTheClipboard)
     EXPECT_EQ(fakes.pasteboard->requests, 0);
     ASSERT_EQ(fakes.focus->activated.size(), 1);
     EXPECT_EQ(fakes.focus->activated[0].processIdentifier, 777); // the focus goes back
+}
+
+TEST(CommandLineParsing, AcceptsTheToggleAsOneWordAndRefusesWhatItDoesNotKnowInOneLine)
+{
+    EXPECT_EQ(app::parseCommandLine({u"--toggle=launcher"_s}),
+              (app::CommandLine{.action = app::CommandLine::Action::toggle,
+                                .panel = app::Panel::launcher}));
+    const QList<std::pair<QStringList, QString>> refusals = {
+        {{u"--toggle"_s, u"Launcher"_s}, u"Launcher"_s},
+        {{u"--toggle"_s}, u"--toggle"_s},
+        {{u"--toggle="_s}, u"launcher or creator"_s},
+        {{u"--toggle"_s, u"launcher"_s, u"--toggle"_s, u"creator"_s}, u"--toggle"_s},
+        {{u"launcher"_s}, u"launcher"_s}};
+    for (const auto &[arguments, named] : refusals) {
+        const auto refused = app::parseCommandLine(arguments);
+        ASSERT_FALSE(refused) << named.toStdString();
+        EXPECT_TRUE(refused.error().contains(named)) << refused.error().toStdString();
+        EXPECT_FALSE(refused.error().contains(u'\n')) << named.toStdString();
+    }
 }
 
 } // namespace
