@@ -269,6 +269,7 @@ TEST_F(Launcher, KeysTypedWhileTheFolderIsReadActInOrderOnTheNewList)
     key(Qt::Key_Escape);
     EXPECT_TRUE(field()->text().isEmpty());
     type(u"newsl"_s);
+    EXPECT_EQ(field()->text(), u"newsl"_s); // typed at once, with nothing held before it
     ui::Alert::setNextAnswer(deleteAnswer);
     key(Qt::Key_Delete, Qt::ControlModifier);
     EXPECT_FALSE(launcher->isConfirming());
