@@ -36,7 +36,9 @@ TEST(HotKeys, settleOnceEveryKeyIsAnsweredOrOnceAtTheLimitAndALateAnswerStillCou
     ASSERT_TRUE(registerKey(u"launcher"_s));
     ASSERT_TRUE(registerKey(u"creator"_s));
     settle(60'000);
-    desktop.answer();
+    // Queued behind the manager's own first look, so the answers come after it.
+    QMetaObject::invokeMethod(
+        &desktop, [&] { desktop.answer(); }, Qt::QueuedConnection);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !reports.isEmpty(); }, 10'000));
     EXPECT_EQ(reports.takeFirst(), QStringList{u"creator"_s});
 

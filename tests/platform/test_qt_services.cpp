@@ -60,7 +60,7 @@ TEST(Workspace, anIconForAFileSwappedForAPipeComesWithoutWaiting)
     test::writeFile(swapped, "plain");
     const test::PipeSwapper swapper(swapped);
     ::alarm(30);
-    for (int round = 0; round < 500; ++round)
+    for (int round = 0; round < 5000; ++round)
         EXPECT_FALSE(workspace.iconForFile(swapped).isNull());
     ::alarm(0);
 }
