@@ -49,6 +49,7 @@ TEST(Trash, keepsSameNamedFilesApartAndOddNamesAsTheyAreAndNeverLosesAFile)
     test::writeFile(QFile::decodeName(trash), "not a folder");
     EXPECT_FALSE(trashed("third"));
     EXPECT_EQ(read(file), "third");
+    EXPECT_EQ(read(trash), "not a folder");
 }
 
 // A file that keeps turning into a pipe must not make the icon lookup wait for a writer: the
