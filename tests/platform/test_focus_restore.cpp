@@ -4,82 +4,35 @@
 #include <gtest/gtest.h>
 
 using namespace pindle;
-using platform::RunningApplication;
 
-namespace {
-
-class FocusRestoreTest : public testing::Test
+TEST(FocusRestore, givesTheFocusBackOnceToTheLastOtherApplicationThatIsStillRunning)
 {
-protected:
-    void SetUp() override
-    {
-        fakes = platform::fake::installFakePlatform();
-        // Forget whatever an earlier test in this process left remembered.
-        FocusRestore::restore();
-        fakes.focus->activated.clear();
-    }
-
-    // The pids of the applications activated so far.
-    QList<std::int64_t> activatedPids() const
-    {
-        QList<std::int64_t> pids;
-        for (const RunningApplication &a : std::as_const(fakes.focus->activated))
-            pids << a.processIdentifier;
-        return pids;
-    }
-
-    void captureFrontmost(std::optional<std::int64_t> pid)
-    {
-        fakes.focus->frontmost.reset();
-        if (pid)
-            fakes.focus->frontmost = RunningApplication{*pid, 0};
+    const platform::fake::FakePlatform fakes = platform::fake::installFakePlatform();
+    // Pid 0 for nothing frontmost.
+    const auto capture = [&](std::int64_t pid) {
+        fakes.focus->frontmost =
+            pid != 0 ? std::optional(platform::RunningApplication{pid, 0}) : std::nullopt;
         FocusRestore::capture();
-    }
+    };
+    // The application restore activates, 0 for none.
+    const auto restored = [&] {
+        fakes.focus->activated.clear();
+        FocusRestore::restore();
+        return fakes.focus->activated.value(0).processIdentifier;
+    };
 
-    platform::fake::FakePlatform fakes;
-};
+    // A second panel opening over the first, or a moment with nothing frontmost, must not make
+    // Pindle forget where the user came from.
+    capture(100);
+    capture(fakes.focus->ownProcessIdentifier);
+    capture(0);
+    EXPECT_EQ(restored(), 100);
+    EXPECT_EQ(restored(), 0);
 
-TEST_F(FocusRestoreTest, restoreReactivatesTheCapturedWindowOnceAndNothingWithoutACapture)
-{
-    FocusRestore::restore();
-    EXPECT_TRUE(fakes.focus->activated.isEmpty());
-
-    fakes.focus->frontmost = RunningApplication{.processIdentifier = 100, .window = 0x600001};
-    FocusRestore::capture();
-    FocusRestore::restore();
-    FocusRestore::restore();
-    ASSERT_EQ(fakes.focus->activated.size(), 1);
-    EXPECT_EQ(fakes.focus->activated.first().processIdentifier, 100);
-    EXPECT_EQ(fakes.focus->activated.first().window, 0x600001u);
+    // An application that has gone away is not woken.
+    capture(200);
+    fakes.focus->terminated.insert(200);
+    EXPECT_EQ(restored(), 0);
+    capture(300);
+    EXPECT_EQ(restored(), 300);
 }
-
-// A second panel opening over the first, or a moment with no frontmost application, must not
-// make Pindle forget where the user came from; a real other application does replace it.
-TEST_F(FocusRestoreTest, aCaptureOfThisProcessOrOfNothingKeepsTheRememberedApplication)
-{
-    captureFrontmost(100);
-    captureFrontmost(fakes.focus->ownProcessIdentifier);
-    captureFrontmost(std::nullopt);
-    FocusRestore::restore();
-    EXPECT_EQ(activatedPids(), QList<std::int64_t>{100});
-
-    captureFrontmost(100);
-    captureFrontmost(200);
-    FocusRestore::restore();
-    EXPECT_EQ(activatedPids(), (QList<std::int64_t>{100, 200}));
-}
-
-TEST_F(FocusRestoreTest, terminatedApplicationIsNotActivatedUntilReplaced)
-{
-    captureFrontmost(100);
-    fakes.focus->terminated.insert(100);
-    FocusRestore::restore();
-    FocusRestore::restore();
-    EXPECT_TRUE(fakes.focus->activated.isEmpty());
-
-    captureFrontmost(200);
-    FocusRestore::restore();
-    EXPECT_EQ(activatedPids(), QList<std::int64_t>{200});
-}
-
-} // namespace

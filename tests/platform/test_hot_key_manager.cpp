@@ -1,94 +1,53 @@
+// The start-up warning waits for the desktop's answers, but not for ever: here the desktop
+// answers late or never, which no desktop in the end-to-end runs can be made to do.
+
 #include "platform/HotKeyManager.h"
 #include "platform/fake/FakePlatform.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
+#include <QTest>
 
 #include <gtest/gtest.h>
-
-#include <optional>
 
 using namespace Qt::StringLiterals;
 
 using namespace pindle;
-using platform::ShortcutRefusal;
 
-namespace {
-
-const QKeySequence altU(Qt::ALT | Qt::Key_U);
-const QKeySequence altI(Qt::ALT | Qt::Key_I);
-
-class HotKeys : public testing::Test
+TEST(HotKeys, settleOnceEveryKeyIsAnsweredOrOnceAtTheLimitAndALateAnswerStillCounts)
 {
-protected:
-    // What whenSettled reported, once it has, within a generous bound.
-    std::optional<QList<HotKeyManager::Failure>> settle(int limitMilliseconds)
-    {
-        std::optional<QList<HotKeyManager::Failure>> result;
-        manager->whenSettled(limitMilliseconds, [&](const QList<HotKeyManager::Failure> &failures) {
-            result = failures;
-        });
-        const QDeadlineTimer deadline(limitMilliseconds + 5000);
-        while (!result && !deadline.hasExpired())
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 10);
-        return result;
-    }
-
+    QStringList fired;
+    QList<QStringList> reports;
     platform::fake::FakeGlobalShortcuts desktop;
-    std::optional<HotKeyManager> manager{std::in_place, desktop};
-    int launcher = 0;
-    int creator = 0;
-};
-
-TEST_F(HotKeys, pressRunsTheActionOfThatKeyOnlyAndARefusedKeyNeverFires)
-{
-    desktop.refuse.insert(u"launcher"_s, ShortcutRefusal::heldElsewhere);
-    EXPECT_FALSE(manager->registerHotKey(u"launcher"_s, {}, altU, [&] { ++launcher; }));
-    ASSERT_TRUE(manager->registerHotKey(u"creator"_s, {}, altI, [&] { ++creator; }));
-    EXPECT_FALSE(manager->registerHotKey(u"creator"_s, {}, altU, [&] { ++launcher; }));
-
-    ASSERT_TRUE(desktop.press(u"creator"_s));
-    ASSERT_TRUE(desktop.press(u"creator"_s));
-    // A desktop that reports a press of a key it refused anyway.
-    Q_EMIT desktop.activated(u"launcher"_s);
-    EXPECT_EQ(creator, 2);
-    EXPECT_EQ(launcher, 0);
-}
-
-TEST_F(HotKeys, settlesOnceTheDesktopHasAnsweredEveryKey)
-{
     desktop.held = true;
-    desktop.refuse.insert(u"creator"_s, ShortcutRefusal::notGiven);
-    // Not refused yet: the desktop has not answered.
-    ASSERT_TRUE(manager->registerHotKey(u"launcher"_s, {}, altU, [&] { ++launcher; }));
-    ASSERT_TRUE(manager->registerHotKey(u"creator"_s, {}, altI, [] {}));
+    desktop.refuse.insert(u"creator"_s, platform::ShortcutRefusal::notGiven);
+    HotKeyManager manager(desktop);
+    const auto registerKey = [&](const QString &name) {
+        return manager.registerHotKey(name, {}, {}, [&fired, name] { fired.append(name); });
+    };
+    const auto settle = [&](int limitMilliseconds) {
+        manager.whenSettled(limitMilliseconds, [&](const QList<HotKeyManager::Failure> &failed) {
+            QStringList names;
+            for (const HotKeyManager::Failure &failure : failed)
+                names.append(failure.name);
+            reports.append(names);
+        });
+    };
+
+    // Not refused while unanswered; once all are answered, the report does not wait for the limit.
+    ASSERT_TRUE(registerKey(u"launcher"_s));
+    ASSERT_TRUE(registerKey(u"creator"_s));
+    settle(60'000);
+    // Queued behind the manager's own first look, so the answers come after it.
     QMetaObject::invokeMethod(
         &desktop, [&] { desktop.answer(); }, Qt::QueuedConnection);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !reports.isEmpty(); }, 10'000));
+    EXPECT_EQ(reports.takeFirst(), QStringList{u"creator"_s});
 
-    const auto failures = settle(60'000);
-    ASSERT_TRUE(failures);
-    ASSERT_EQ(failures->size(), 1);
-    EXPECT_EQ(failures->at(0).name, u"creator"_s);
-    EXPECT_EQ(failures->at(0).reason, ShortcutRefusal::notGiven);
-    ASSERT_TRUE(desktop.press(u"launcher"_s));
-    EXPECT_EQ(launcher, 1);
-}
-
-TEST_F(HotKeys, desktopThatNeverAnswersSettlesAtTheLimitWithKeysInOrder)
-{
-    desktop.held = true;
-    ASSERT_TRUE(manager->registerHotKey(u"launcher"_s, {}, altU, [&] { ++launcher; }));
-    ASSERT_TRUE(manager->registerHotKey(u"creator"_s, {}, altI, [] {}));
-    const auto failures = settle(50);
-    ASSERT_TRUE(failures);
-    ASSERT_EQ(failures->size(), 2);
-    EXPECT_EQ(failures->at(0).name, u"launcher"_s);
-    EXPECT_EQ(failures->at(1).name, u"creator"_s);
-
-    // A late grant still makes the key work.
+    // A key never answered is reported at the limit, and only then: its late grant still binds it.
+    ASSERT_TRUE(registerKey(u"other"_s));
+    settle(50);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !reports.isEmpty(); }, 10'000));
     desktop.answer();
-    ASSERT_TRUE(desktop.press(u"launcher"_s));
-    EXPECT_EQ(launcher, 1);
+    EXPECT_EQ(reports, (QList<QStringList>{{u"creator"_s, u"other"_s}}));
+    ASSERT_TRUE(desktop.press(u"other"_s));
+    EXPECT_EQ(fired, QStringList{u"other"_s});
 }
-
-} // namespace
