@@ -1,6 +1,10 @@
-// A clipboard owner that misbehaves, for the end-to-end tests: it takes the CLIPBOARD selection,
-// says "owning", and then, asked for the text, either never answers ("silent") or announces a
-// transfer in parts and dies before sending any ("dying"). It says "asked" when a request comes.
+// Another X client, misbehaving, for the end-to-end tests:
+//
+//     x11_client silent|dying       takes the clipboard and says "owning"; asked for the text, it
+//                                   says "asked" and then never answers (silent), or announces a
+//                                   transfer in parts and dies before sending any (dying)
+//     x11_client grab KEYCODE MODS  grabs that one key and modifier mask on the root window, as a
+//                                   program holding a hot key would, and says "grabbed" or "busy"
 
 #include <xcb/xcb.h>
 
@@ -30,15 +34,26 @@ void say(const char *line)
 
 int main(int argc, char **argv)
 {
-    const std::string_view mode = argc == 2 ? argv[1] : "";
-    if (mode != "silent" && mode != "dying") {
-        std::fprintf(stderr, "usage: clipboard_owner silent|dying\n");
+    const std::string_view mode = argc > 1 ? argv[1] : "";
+    if (mode != "silent" && mode != "dying" && (mode != "grab" || argc != 4)) {
+        std::fprintf(stderr, "usage: x11_client silent|dying|grab KEYCODE MODIFIERS\n");
         return 2;
     }
     xcb_connection_t *c = xcb_connect(nullptr, nullptr);
     if (xcb_connection_has_error(c) != 0)
         return 1;
     const xcb_screen_t *screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    if (mode == "grab") {
+        xcb_generic_error_t *error = xcb_request_check(
+            c, xcb_grab_key_checked(c, 0, screen->root, std::uint16_t(std::atoi(argv[3])),
+                                    xcb_keycode_t(std::atoi(argv[2])), XCB_GRAB_MODE_ASYNC,
+                                    XCB_GRAB_MODE_ASYNC));
+        say(error == nullptr ? "grabbed" : "busy");
+        std::free(error);
+        while (xcb_generic_event_t *event = xcb_wait_for_event(c))
+            std::free(event);
+        return 0;
+    }
     const xcb_window_t window = xcb_generate_id(c);
     xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0, 1, 1, 0,
                       XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, 0, nullptr);
