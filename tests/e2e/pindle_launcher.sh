@@ -14,8 +14,6 @@ pindle_is_minimised() { xprop -id "$editor" WM_STATE | grep -q Iconic; }
 
 # Minimised, the editor comes back only if Pindle asks for it, which opening must not do.
 pindle_shows alt+u || e2e_fail "Alt+U did not show the launcher"
-xdotool type --delay 40 ne
-xdotool key BackSpace BackSpace
 xdotool type --delay 40 docs
 xdotool windowminimize "$editor"
 e2e_wait_for 5 pindle_is_minimised || e2e_fail "the editor was not minimised"

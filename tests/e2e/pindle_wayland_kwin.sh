@@ -21,15 +21,14 @@ wl_window editor
 editor=$WL_WINDOW_PID
 e2e_spawn pindle "$PINDLE_BIN"
 PINDLE_PID=$E2E_PID
-# Ready once the portal has bound Alt+U: until then the keys go to the editor.
+# Ready once the portal has bound Alt+U, which shows a focused launcher that Escape closes to the
+# editor; until then the keys go to the editor.
 pindle_wait_ready
-
 wl_keys key alt+u
-e2e_check "Alt+U shows a focused launcher" e2e_wait_for 5 pindle_is_active
-e2e_check "on the output under the pointer (left)" test "$(pindle_output)" = 0
+e2e_wait_for 5 pindle_is_active || e2e_fail "Alt+U did not show the launcher again"
+e2e_check "the launcher is on the output under the pointer (left)" test "$(pindle_output)" = 0
 wl_keys key Escape
-e2e_check "Escape gives the focus back to the editor" e2e_wait_for 5 pindle_is_back_to_editor
-
+e2e_wait_for 5 pindle_is_back_to_editor || e2e_fail "Escape did not close the launcher"
 wl_keys pointer 1900,400 key alt+u
 e2e_check "Alt+U shows a focused launcher again" e2e_wait_for 5 pindle_is_active
 e2e_check "on the output under the pointer (right)" test "$(pindle_output)" = 1

@@ -1,24 +1,8 @@
 # Wayland additions to harness.sh, sourced after it: a headless compositor on a private session
-# bus, real input through wayland_keys, and the windows and the focus as the compositor sees them.
-#
-#   wl_start_kwin    KWin's virtual backend with two 1280x800 outputs side by side, and the
-#                    desktop portal with KDE's backend (GlobalShortcuts binds without a dialog)
-#   wl_start_mutter  headless mutter with one 1280x800 monitor, and the desktop portal without
-#                    any backend, as on a desktop that offers no GlobalShortcuts
-#
-# Facts these depend on (KWin 5.27 and 6.3, mutter 43 and 48, xdg-desktop-portal 1.16 and 1.20):
-#   - the installed kwin_wayland carries a file capability (cap_sys_resource) that makes exec
-#     fail with EPERM in a container: a plain copy of the binary runs;
-#   - KWIN_WAYLAND_NO_PERMISSION_CHECKS=1 lets any client use KWin's fake-input protocol;
-#   - KDE's portal backend needs org.kde.kglobalaccel, which KWin provides once it is up;
-#   - xdg-desktop-portal 1.16 falls back to the KDE backend whatever the desktop, so mutter's
-#     portal gets an empty XDG_DESKTOP_PORTAL_DIR;
-#   - KWin 6 refuses --no-kactivities, and its scripting says windowList/activeWindow for
-#     clientList/activeClient;
-#   - KDE's portal runs xdg-open itself while binding shortcuts: a logging xdg-open sees both;
-#   - a Wayland client cannot ask which window has the focus: KWin answers through its scripting
-#     D-Bus interface (print() lands in its log with kwin_scripting.debug on), and on mutter the
-#     test window (wayland_window) logs its own focus changes.
+# bus, real input through wayland_keys, and the windows and the focus as the compositor sees them
+# (a Wayland client cannot ask which window has the focus: KWin answers through its scripting
+# D-Bus interface, and on mutter the test window logs its own focus changes). The README's part
+# on the Wayland end-to-end tests lists the compositor and portal facts this depends on.
 
 unset DISPLAY
 
@@ -39,12 +23,15 @@ wl_has_name() { [ -n "$(e2e_bus_name_owner "$1")" ]; }
 # wl_await_name BUS_NAME LOG: waits until BUS_NAME has an owner; fails with the end of LOG.
 wl_await_name() { e2e_wait_for 20 wl_has_name "$1" || e2e_fail "no $1: $(tail -n 20 "$2")"; }
 
-# The desktop's name goes to the desktop's own processes only: Qt would open addresses with
-# KDE's opener rather than xdg-open in a program that sees it.
+# KWin's virtual backend with two 1280x800 outputs side by side, and the desktop portal with KDE's
+# backend, which binds global shortcuts without a dialog. The desktop's name goes to the desktop's
+# own processes only: Qt would open addresses with KDE's opener rather than xdg-open in a program
+# that sees it.
 wl_start_kwin() {
+    # The installed binary carries a file capability that makes exec fail in a container.
     cp /usr/bin/kwin_wayland "$E2E_TMP/bin/kwin_wayland"
-    # Its --help needs a platform plugin it has not got yet, so the binary itself is asked
-    # whether it knows the flag (Qt keeps the name in UTF-16).
+    # KWin 6 refuses --no-kactivities. Its --help needs a platform plugin it has not got yet, so
+    # the binary itself is asked whether it knows the flag (Qt keeps the name in UTF-16).
     local flags=(--no-lockscreen)
     LC_ALL=C grep -qaP 'n\x00o\x00-\x00k\x00a\x00c\x00t' /usr/bin/kwin_wayland && flags+=(--no-kactivities)
     XDG_CURRENT_DESKTOP=KDE KWIN_WAYLAND_NO_PERMISSION_CHECKS=1 QT_LOGGING_RULES=kwin_scripting.debug=true \
@@ -59,6 +46,8 @@ wl_start_kwin() {
     E2E_PIDS+=("$WL_KEYS_PID")
 }
 
+# Headless mutter with one 1280x800 monitor, and the desktop portal without any backend (1.16
+# would fall back to KDE's), as on a desktop that offers no global shortcuts.
 wl_start_mutter() {
     wl_compositor mutter mutter --headless --wayland --no-x11 --virtual-monitor 1280x800 \
         --wayland-display wayland-pindle
@@ -66,7 +55,7 @@ wl_start_mutter() {
     mkdir -p "$E2E_TMP/no-portals"
     XDG_DESKTOP_PORTAL_DIR="$E2E_TMP/no-portals" e2e_spawn portal /usr/libexec/xdg-desktop-portal --replace
     wl_await_name org.freedesktop.portal.Desktop "$E2E_TMP/portal.err"
-    coproc WL_KEYS { exec "$E2E_TOOLS/wayland_keys" --mutter 2>"$E2E_TMP/wayland_keys.err"; }
+    coproc WL_KEYS { exec "$E2E_TOOLS/wayland_keys" 2>"$E2E_TMP/wayland_keys.err"; }
     E2E_PIDS+=("$WL_KEYS_PID")
 }
 

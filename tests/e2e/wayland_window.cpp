@@ -2,16 +2,13 @@
 //
 //     wayland_window TITLE
 //
-// A Wayland client cannot ask which window has the focus, so this one says on its standard
-// output when it gets and loses it ("focus in", "focus out") and what is typed into it ("typed
-// TEXT" on Return).
+// A Wayland client cannot ask which window has the focus, so this one says on its output when it
+// gets and loses it ("focus in", "focus out") and what is typed into it ("typed TEXT" on Return).
 //
-// It is also a clipboard owner that hangs, as a stuck program would: Ctrl+C takes the clipboard,
-// and a reader asking for the text gets no answer ("asked TYPE"). The clipboard also offers
-// hungOwnerType, by which a reader that never asks for data (wl-paste --list-types) can tell that
-// the compositor took this window's selection. The copy answers a key press because a compositor
-// takes a selection only with the serial of the input that caused it: KWin 6 cancels one set
-// without it while another client's selection stands.
+// It is also a clipboard owner that hangs, as a stuck program would: Ctrl+C takes the clipboard
+// (a compositor takes a selection only with the serial of the input that caused it), offering
+// text and hungOwnerType, by which wl-paste --list-types can tell that it has it; a reader asking
+// for the text gets no answer ("asked TYPE").
 
 #include <QApplication>
 #include <QClipboard>
