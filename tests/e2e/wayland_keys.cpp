@@ -21,6 +21,7 @@
 #include <QDBusReply>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
