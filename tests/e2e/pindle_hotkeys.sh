@@ -10,7 +10,6 @@ keycode_of() { xmodmap -pke | awk -v key="$1" '$4 == key { print $2; exit }'; }
 locks_are() { xset q | grep -q "Caps Lock: *$1 .*Num Lock: *$2 "; }
 
 x11_start
-pindle_webloc Docs https://docs.example.com/
 pindle_editor
 e2e_spawn holder "$E2E_TOOLS/x11_client" grab "$(keycode_of i)" $((alt | lock))
 e2e_wait_for_line "$E2E_TMP/holder.out" '^grabbed$' || e2e_fail "the other program did not grab Alt+Caps+I"
