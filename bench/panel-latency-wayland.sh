@@ -45,26 +45,17 @@ if [ ! -x "$tools/wayland_keys" ] || [ "$e2e_dir/wayland_keys.cpp" -nt "$tools/w
 fi
 
 # The library brings the harness, whose teardown stops the compositor and the portal.
-source "$e2e_dir/pindle_lib.sh" "$bench_dir/src/app/pindle"
-WL_TOOLS=$tools
+source "$e2e_dir/harness.sh" "$bench_dir/src/app/pindle"
+E2E_TOOLS=$tools
 source "$e2e_dir/wayland_harness.sh"
-wl_session
-pindle_prepare
 wl_start_kwin
 bench_shortcuts "$PINDLE_FOLDER" https://example.com/shared/page
 
 wl_window editor
+editor=$WL_WINDOW_PID
 e2e_spawn pindle "$PINDLE_BIN"
 PINDLE_PID=$E2E_PID
-pindle_is_active() { wl_kwin_is_active "$PINDLE_PID"; }
-pindle_has_no_panel() { [ -z "$(wl_kwin_windows_of "$PINDLE_PID")" ]; }
-for attempt in $(seq 1 60); do
-    wl_keys key alt+u
-    e2e_wait_for 1 pindle_is_active && break
-done
-pindle_is_active || e2e_fail "Alt+U never showed a focused launcher"
-wl_keys key Escape
-e2e_wait_for 5 pindle_has_no_panel || e2e_fail "the launcher did not close"
+pindle_wait_ready
 
 # Stays loaded for the whole run: each event a line in KWin's log.
 watch="$E2E_TMP/watch.js"
@@ -86,7 +77,8 @@ bench_events_reach() { [ -n "$(bench_event painted "$1")" ] && [ -n "$(bench_eve
 
 : >"$E2E_TMP/launcher.ms"
 for run in $(seq 1 "$runs"); do
-    pressed=$("$WL_TOOLS/wayland_keys" timed alt+u)
+    wl_keys timed alt+u || e2e_fail "run $run: no key press"
+    pressed=${WL_KEYS_ANSWER#ok }
     e2e_wait_for 5 bench_events_reach "$run" || e2e_fail "run $run: the launcher did not show"
     awk -v p="$pressed" -v a="$(bench_event painted "$run")" -v b="$(bench_event focused "$run")" \
         'BEGIN { end = a > b ? a : b; printf "%.1f\n", end - p }' >>"$E2E_TMP/launcher.ms"

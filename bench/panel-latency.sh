@@ -30,8 +30,8 @@ if [ ! -x "$probe" ] || [ "$source_file" -nt "$probe" ]; then
 fi
 
 # The library brings the harness, whose teardown stops the X server and the window manager.
-source "$pindle_root/tests/e2e/pindle_lib.sh"
-pindle_setup
+source "$pindle_root/tests/e2e/harness.sh"
+x11_start
 PINDLE_BIN="$build/src/app/pindle"
 
 shared=https://example.com/shared/page
@@ -59,7 +59,7 @@ rss_kb=$(awk '/^VmRSS:/ {print $2}' "/proc/$PINDLE_PID/status")
 # A folder of other names, never read by this Pindle, put in place of the first one.
 xdotool key alt+u
 e2e_wait_for 5 pindle_has_panel || e2e_fail "the launcher did not open"
-window=$(pindle_visible_windows "$PINDLE_PID" | head -n1)
+window=$(pindle_windows "$PINDLE_PID" | head -n1)
 xdotool key Escape
 e2e_wait_for 5 pindle_has_no_panel || e2e_fail "the launcher did not close"
 bench_shortcuts "$PINDLE_FOLDER.new" "$shared" "$count" "new "

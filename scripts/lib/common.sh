@@ -11,11 +11,11 @@ PINDLE_BUILD_PACKAGES=(
     libxcb1-dev libxcb-keysyms1-dev libwayland-dev qt6-base-private-dev shared-mime-info
 )
 # What the end-to-end tests need beside the program: the X server, the window manager, key
-# presses, the clipboard, a terminal to take focus from (xterm needs the core fonts of
-# xfonts-base), fonts for Qt, a private session bus per test. Also installed into the Debian 13
-# system that CI tests the package in.
+# presses, lock keys and key maps (x11-xserver-utils), the clipboard, a terminal to take focus
+# from (xterm needs the core fonts of xfonts-base), fonts for Qt, a private session bus per test.
+# Also installed into the Debian 13 system that CI tests the package in.
 PINDLE_E2E_PACKAGES=(
-    xvfb xauth openbox xdotool xclip xterm xfonts-base x11-utils fonts-dejavu-core
+    xvfb xauth openbox xdotool xclip xterm xfonts-base x11-utils x11-xserver-utils fonts-dejavu-core
     dbus-daemon dbus-bin
 )
 # The rest of the tests: GoogleTest, and the desktop-entry, AppStream and manual page checks of

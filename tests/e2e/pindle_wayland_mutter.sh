@@ -1,17 +1,13 @@
 #!/usr/bin/env bash
 # The real pindle under headless mutter, whose portal offers no global shortcuts: pindle starts
 # anyway with the start-up warning giving the toggle command, and that command gives a focused
-# launcher that Escape closes, with the focus back to the window the user came from.
-# Called as SCRIPT PINDLE_BINARY, with WL_TOOLS set (see wayland_harness.sh).
-source "$(dirname "$0")/pindle_lib.sh"
+# launcher that Escape closes, with the focus back to the window the user came from. mutter
+# offers no way to list windows: the editor's own focus log is the witness.
+source "$(dirname "$0")/harness.sh"
 source "$(dirname "$0")/wayland_harness.sh"
 
-wl_session
-pindle_prepare
 wl_start_mutter
 pindle_webloc Docs https://docs.example.com/
-
-# mutter offers no way to list windows: the editor's own focus log is the witness.
 wl_window editor
 focused=$(wl_focus_count editor)
 e2e_spawn pindle "$PINDLE_BIN"
@@ -26,7 +22,6 @@ e2e_check "Return dismisses the warning, focus back to the editor" \
     e2e_wait_for 5 wl_focused_since editor "$focused"
 e2e_check "pindle keeps running" kill -0 "$PINDLE_PID"
 
-# The launcher from the toggle command takes typed keys: Return opens what was typed for.
 focused=$(wl_focus_count editor)
 e2e_check "pindle --toggle launcher ends with status 0" "$PINDLE_BIN" --toggle launcher
 e2e_check "and the launcher takes the focus" e2e_wait_for 5 wl_has_lost_focus editor
