@@ -33,6 +33,13 @@ void writeMixedFolder(int count)
                     u"https://example.org/"_s + QString::number(i));
 }
 
+// Written beside and renamed over the file at path, as a sync client saves.
+void replace(const QString &path, const QString &url)
+{
+    const QString staged = writeWebloc(u".staged"_s, url);
+    ASSERT_EQ(::rename(QFile::encodeName(staged), QFile::encodeName(path)), 0);
+}
+
 QStringList namesOf(const QList<IndexedFile> &files)
 {
     QStringList names;
@@ -41,82 +48,53 @@ QStringList namesOf(const QList<IndexedFile> &files)
     return names;
 }
 
-// Scans with everything listed on the worker, as for a large folder.
-class BackgroundScan : public testing::Test
+QStringList scannedFromNothing()
 {
-protected:
-    BackgroundScan()
-        : scanner(&context, [this](const QList<IndexedFile> &files) {
-              scanned = files;
-              ++deliveries;
-          })
-    {
-        scanner.setMostBytesInPlace(0);
-    }
+    detail::forgetScannedRecords();
+    return namesOf(FileIndex::scan());
+}
 
-    // The list a panel would show: at hand, or once the worker is done.
-    QList<IndexedFile> listed()
-    {
-        if (std::optional<QList<IndexedFile>> now = scanner.scan())
-            return *now;
-        EXPECT_TRUE(scanner.isScanning());
-        scanner.waitForScan();
-        return scanned;
-    }
-
-    static QList<IndexedFile> scannedFromNothing()
-    {
-        detail::forgetScannedRecords();
-        return FileIndex::scan();
-    }
-
+TEST(BackgroundScan, GivesTheListOfAScanOnTheSpotAndSeesChangesMadeWhileListing)
+{
     QObject context;
     QList<IndexedFile> scanned;
     int deliveries = 0;
-    FolderScanner scanner;
-};
-
-TEST_F(BackgroundScan, GivesExactlyTheListOfAScanOnTheSpot)
-{
+    FolderScanner scanner(&context, [&](const QList<IndexedFile> &files) {
+        scanned = files;
+        ++deliveries;
+    });
+    scanner.setMostBytesInPlace(0);
     writeMixedFolder(600);
-    ASSERT_FALSE(scanner.scan().has_value());
-    // A scan asked for again gives up the one under way, whose records the next one reuses.
-    const QList<IndexedFile> first = listed();
-    EXPECT_EQ(deliveries, 1);
-    ASSERT_EQ(first.size(), 600);
-    EXPECT_EQ(namesOf(first), namesOf(scannedFromNothing()));
-    // And the other way round: records a synchronous scan made serve the worker's listing.
-    writeWebloc(u"Alpha new"_s, u"https://example.org/new"_s);
-    EXPECT_EQ(namesOf(listed()), namesOf(scannedFromNothing()));
-}
-
-TEST_F(BackgroundScan, SeesAChangeMadeWhileListingAtTheNextScan)
-{
-    writeMixedFolder(300);
     const QString rewritten = writeWebloc(u"rewritten"_s, u"https://old.example/"_s);
     const QString removed = writeWebloc(u"removed"_s, u"https://removed.example/"_s);
-    const QList<IndexedFile> before = listed();
+    ASSERT_FALSE(scanner.scan().has_value());
+    // A scan asked for again gives up the one under way, whose records the next one reuses.
+    ASSERT_FALSE(scanner.scan().has_value());
+    scanner.waitForScan();
+    EXPECT_EQ(deliveries, 1);
+    ASSERT_EQ(scanned.size(), 602);
+    EXPECT_EQ(namesOf(scanned), scannedFromNothing());
     EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://old.example/"_s);
 
-    writeWebloc(u"zz filler"_s, u"https://filler.example/"_s);
+    // Changed while the worker lists the folder; records the scan above made serve the listing.
+    writeWebloc(u"filler"_s, u"https://filler.example/"_s);
     ASSERT_FALSE(scanner.scan().has_value());
-    // While the worker lists the folder.
     writeWebloc(u"added"_s, u"https://added.example/"_s);
     ASSERT_TRUE(QFile::remove(removed));
-    const QString staged = writeWebloc(u".staged"_s, u"https://new.example/"_s);
-    ASSERT_EQ(::rename(QFile::encodeName(staged), QFile::encodeName(rewritten)), 0);
+    replace(rewritten, u"https://new.example/"_s);
     scanner.waitForScan();
-
-    const QList<IndexedFile> after = listed();
+    if (std::optional<QList<IndexedFile>> now = scanner.scan())
+        scanned = *now;
+    scanner.waitForScan();
     EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://new.example/"_s);
-    const QStringList names = namesOf(after);
-    EXPECT_EQ(names, namesOf(scannedFromNothing()));
-    EXPECT_EQ(after.size(), before.size() + 1);
-    EXPECT_TRUE(names.filter(u"added <"_s).size() == 1);
+    const QStringList names = namesOf(scanned);
+    EXPECT_EQ(names, scannedFromNothing());
+    EXPECT_EQ(names.filter(u"added <"_s).size(), 1);
     EXPECT_TRUE(names.filter(u"removed <"_s).isEmpty());
 }
 
-// The targets of a list as ShortcutURL reads them one by one, none cached ("-" for none).
+// The targets of a list as read one by one, none cached, against those the cache hands over
+// ("-" for none; nothing when not all are cached).
 QStringList targetsReadOnTheSpot(const QList<IndexedFile> &files)
 {
     QStringList targets;
@@ -125,7 +103,6 @@ QStringList targetsReadOnTheSpot(const QList<IndexedFile> &files)
     return targets;
 }
 
-// The list's targets as the cache hands them over, if all are cached.
 std::optional<QStringList> cachedTargetsOf(const QList<IndexedFile> &files)
 {
     const std::vector<std::optional<QString>> *targets = detail::cachedTargets(files);
@@ -141,16 +118,6 @@ std::optional<QStringList> cachedTargetsOf(const QList<IndexedFile> &files)
 class BackgroundTargets : public testing::Test
 {
 protected:
-    void readAll(const QList<IndexedFile> &files)
-    {
-        ASSERT_FALSE(reader.ensureTargets(files));
-        ASSERT_TRUE(reader.isReading());
-        const QDeadlineTimer deadline(60'000);
-        while (reads == 0 && !deadline.hasExpired())
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-        ASSERT_EQ(reads, 1);
-    }
-
     QObject context;
     int reads = 0;
     TargetReader reader{&context, [this] { ++reads; }};
@@ -161,13 +128,17 @@ protected:
 TEST_F(BackgroundTargets, HandOverTheTargetsOfTheWholeListInItsOrder)
 {
     writeMixedFolder(1300);
-    test::writeFile(test::shortcutFolder() + u"/notes.txt"_s, "not a shortcut");
+    test::writeFile(test::inFolder(u"notes.txt"_s), "not a shortcut");
     const QList<IndexedFile> files = FileIndex::scan();
     ASSERT_EQ(files.size(), 1301);
     for (qsizetype i = 0; i < files.size(); i += 5)
         (void)ShortcutURL::target(files[i].url);
 
-    readAll(files);
+    ASSERT_FALSE(reader.ensureTargets(files));
+    const QDeadlineTimer deadline(60'000);
+    while (reads == 0 && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    ASSERT_EQ(reads, 1);
     EXPECT_TRUE(detail::hasListedTargets(files));
     EXPECT_EQ(cachedTargetsOf(files), targetsReadOnTheSpot(files));
     EXPECT_TRUE(reader.ensureTargets(files));
@@ -179,25 +150,20 @@ TEST_F(BackgroundTargets, HandOverNoListOfTargetsWhenAFileChangedMeanwhile)
 {
     writeMixedFolder(400);
     const QString page = writeWebloc(u"page"_s, u"https://old.example/"_s);
-    const QUrl pageUrl = QUrl::fromLocalFile(page);
     QList<IndexedFile> files = FileIndex::scan();
-
     ASSERT_FALSE(reader.ensureTargets(files));
-    const QString staged = writeWebloc(u".staged"_s, u"https://new.example/"_s);
-    ASSERT_EQ(::rename(QFile::encodeName(staged), QFile::encodeName(page)), 0);
+    replace(page, u"https://new.example/"_s);
     files = FileIndex::scan();
     reader.waitForReading();
     EXPECT_FALSE(detail::hasListedTargets(files));
-    EXPECT_EQ(ShortcutURL::target(pageUrl), u"https://new.example/"_s);
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(page)), u"https://new.example/"_s);
 
-    // Another file read on the spot, after it changed, while the worker reads it too.
     for (int i = 0; i < 300; ++i)
         writeWebloc(u"more "_s + QString::number(i), u"https://more.example/"_s);
     const QString other = writeWebloc(u"other"_s, u"https://old.example/"_s);
     files = FileIndex::scan();
     ASSERT_FALSE(reader.ensureTargets(files));
-    const QString restaged = writeWebloc(u".staged"_s, u"https://new.example/"_s);
-    ASSERT_EQ(::rename(QFile::encodeName(restaged), QFile::encodeName(other)), 0);
+    replace(other, u"https://new.example/"_s);
     EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(other)), u"https://new.example/"_s);
     reader.waitForReading();
     EXPECT_FALSE(detail::hasListedTargets(files));

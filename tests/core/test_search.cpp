@@ -1,14 +1,15 @@
+// The search against the slow way: the matcher on every name, then a stable sort by score and
+// the collator's name order. Then URL matching over real shortcut files.
+
 #include "core/Collation.h"
 #include "core/FileIndex.h"
 #include "core/FuzzyMatch.h"
 #include "core/SearchIndex.h"
 #include "core/SearchSession.h"
-#include "core/ShortcutURL.h"
-#include "core/Text.h"
-#include "support/NameOrder.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
+#include <unicode/coll.h>
 
 #include <algorithm>
 #include <random>
@@ -18,6 +19,9 @@ using namespace Qt::StringLiterals;
 using namespace pindle;
 
 namespace {
+
+// Before any collator is made: the order below is the root locale's.
+[[maybe_unused]] const int cLocale = setenv("LC_ALL", "C", 1);
 
 IndexedFile record(const QString &name, qsizetype number)
 {
@@ -47,21 +51,37 @@ QStringList namesOf(const QList<ScoredFile> &results)
     return names;
 }
 
-// What the search must return, computed the slow way: the matcher on every name, then a stable
-// sort by score and name order.
-QList<ScoredFile> plainSearch(const QString &query, const QList<IndexedFile> &files)
+// The file browser's order: ICU's collator at secondary strength, digits by value.
+bool beforeInNameOrder(const QString &a, const QString &b)
+{
+    UErrorCode status = U_ZERO_ERROR;
+    static const std::unique_ptr<icu::Collator> collator = [&] {
+        std::unique_ptr<icu::Collator> made(icu::Collator::createInstance("", status));
+        made->setStrength(icu::Collator::SECONDARY);
+        made->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
+        return made;
+    }();
+    const auto text = [](const QString &s) {
+        return icu::UnicodeString(false, reinterpret_cast<const char16_t *>(s.utf16()),
+                                  int32_t(s.size()));
+    };
+    return collator->compare(text(a), text(b), status) < 0;
+}
+
+QList<ScoredFile> plainSearch(const QString &query, const QList<IndexedFile> &files,
+                              qsizetype limit)
 {
     QList<ScoredFile> hits;
     for (const IndexedFile &file : files) {
-        if (const auto result = FuzzyMatch::match(Text::trimmedWhitespace(query), file.displayName))
+        if (const auto result = FuzzyMatch::match(query.trimmed(), file.displayName))
             hits.push_back({file, result->score, result->positions});
     }
     std::stable_sort(hits.begin(), hits.end(), [](const ScoredFile &a, const ScoredFile &b) {
         if (a.score != b.score)
             return a.score > b.score;
-        return test::compareNames(a.file.displayName, b.file.displayName) < 0;
+        return beforeInNameOrder(a.file.displayName, b.file.displayName);
     });
-    return hits;
+    return hits.first(std::min(limit, hits.size()));
 }
 
 void expectSameRows(const QList<ScoredFile> &actual, const QList<ScoredFile> &expected)
@@ -88,8 +108,7 @@ QStringList generatedNames(int count, unsigned seed)
     QStringList names;
     for (int i = 0; i < count; ++i) {
         QString name;
-        const int parts = 1 + int(random() % 5);
-        for (int p = 0; p < parts; ++p) {
+        for (int p = 0, parts = 1 + int(random() % 5); p < parts; ++p) {
             if (p > 0)
                 name += joins[qsizetype(random() % joins.size())];
             name += words[qsizetype(random() % words.size())];
@@ -100,15 +119,6 @@ QStringList generatedNames(int count, unsigned seed)
     names.push_back(names.front());
     names.push_back(names.front());
     return names;
-}
-
-const QStringList corpusQueries =
-    u"n|nf|news|feed|gh|git hub|doc|a|ab|2|20|m|map|wiki| mail\t|-|caf\u00E9|CAFE\u0301|i|\u0130s|"
-    u"stra\u00DFe|\u01C6|\U0001F44D|\u03C3|\u03C2|\u6771|gm|xb|#1|rb"_s.split(u'|');
-
-QList<ScoredFile> firstRows(const QList<ScoredFile> &rows, qsizetype limit)
-{
-    return rows.first(std::min(limit, rows.size()));
 }
 
 TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
@@ -128,150 +138,113 @@ TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
     // Typed one character at a time into one session, as a panel does, so that each key stroke
     // searches only what passed before.
     SearchSession session;
-    for (const QString &query : corpusQueries) {
+    for (const QString &query :
+         u"n|nf|news|feed|gh|git hub|doc|a|ab|2|20|m|map|wiki| mail\t|-|caf\u00E9|CAFE\u0301|i|"
+         u"\u0130s|stra\u00DFe|\u01C6|\U0001F44D|\u03C3|\u03C2|\u6771|gm|xb|#1|rb"_s.split(u'|')) {
         SCOPED_TRACE(query.toStdString());
-        for (qsizetype typed = 1; typed < query.size(); ++typed)
+        for (qsizetype typed = 1; typed <= query.size(); ++typed)
             expectSameRows(FileIndex::search(query.first(typed), files, 8, session),
-                           firstRows(plainSearch(query.first(typed), files), 8));
-        const QList<ScoredFile> expected = plainSearch(query, files);
-        ASSERT_FALSE(expected.isEmpty());
-        expectSameRows(FileIndex::search(query, files, 8, session), firstRows(expected, 8));
-        expectSameRows(FileIndex::search(query, files, files.size()), expected);
-        expectSameRows(FileIndex::search(query, files, 100), firstRows(expected, 100));
-        expectSameRows(FileIndex::search(query, unprepared, 8), firstRows(expected, 8));
-        expectSameRows(FileIndex::search(query, renamed, 8), firstRows(expected, 8));
+                           plainSearch(query.first(typed), files, 8));
+        ASSERT_FALSE(plainSearch(query, files, 1).isEmpty());
+        expectSameRows(FileIndex::search(query, files, files.size()),
+                       plainSearch(query, files, files.size()));
+        expectSameRows(FileIndex::search(query, files, 100), plainSearch(query, files, 100));
+        expectSameRows(FileIndex::search(query, unprepared, 8), plainSearch(query, files, 8));
+        expectSameRows(FileIndex::search(query, renamed, 8), plainSearch(query, files, 8));
     }
 }
 
-TEST(SearchRanking, blankQueriesListNothingAndOnlySpacesAndTabsAreTrimmed)
+// Lists the generated names rarely make: once the rows are full, a later name must still enter
+// by its name order alone, or by camel humps anywhere in it (each can add to one step).
+TEST(PreparedSearch, lettersLaterNamesIntoAFullList)
+{
+    const struct
+    {
+        QStringList names;
+        QString query;
+        QString best;
+    } cases[] = {
+        {{u"Doc c"_s, u"Doc b"_s, u"Doc a"_s}, u"doc"_s, u"Doc a"_s},
+        {{u"abcde"_s, u"xaBcDe"_s}, u"abcde"_s, u"xaBcDe"_s},
+        {{u"abcde"_s, u"xxxxxx aBcde"_s}, u"abcde"_s, u"xxxxxx aBcde"_s},
+        {{u"aBcDefg"_s, u"xxxxxx aBcDeFg"_s}, u"abcdefg"_s, u"xxxxxx aBcDeFg"_s},
+    };
+    for (const auto &c : cases) {
+        const QList<IndexedFile> files = preparedList(c.names);
+        EXPECT_EQ(namesOf(FileIndex::search(c.query, files, 1)), QStringList{c.best});
+    }
+}
+
+TEST(PreparedSearch, trimsOnlyBlanksAndListsNothingForABlankQuery)
 {
     const QList<IndexedFile> files =
         preparedList({u"Doc 10"_s, u"Doc10"_s, u"Doc\n"_s, u" "_s, u"\t"_s});
-    EXPECT_TRUE(FileIndex::search(u""_s, files, 8).isEmpty());
     EXPECT_TRUE(FileIndex::search(u"  \t "_s, files, 8).isEmpty());
     EXPECT_TRUE(FileIndex::search(u"doc"_s, files, 0).isEmpty());
-    expectSameRows(FileIndex::search(u" \tdoc\u00A0 "_s, files, 8),
-                   FileIndex::search(u"doc"_s, files, 8));
-    EXPECT_EQ(namesOf(FileIndex::search(u"oc 1"_s, files, 8)), QStringList{u"Doc 10"_s});
+    EXPECT_EQ(namesOf(FileIndex::search(u" \tc 1\u00A0 "_s, files, 8)), QStringList{u"Doc 10"_s});
     EXPECT_EQ(namesOf(FileIndex::search(u"c\n"_s, files, 8)), QStringList{u"Doc\n"_s});
 }
 
-TEST(SearchRanking, laterNamesThatTieStillEnterAFullList)
-{
-    // Equal scores, best names last: each has to displace a kept row by its name alone.
-    const QList<IndexedFile> files =
-        preparedList({u"Doc e"_s, u"Doc d"_s, u"Doc c"_s, u"Doc b"_s, u"Doc a"_s});
-    EXPECT_EQ(namesOf(FileIndex::search(u"doc"_s, files, 2)),
-              (QStringList{u"Doc a"_s, u"Doc b"_s}));
-}
-
-TEST(SearchRanking, aLaterNameThatWinsOnlyByItsCamelHumpsStillEntersAFullList)
-{
-    // Once the row is full, names that can't beat it are passed over; a lowercase-uppercase
-    // step such as "aB" adds more than any step of a name without one could, so the bound must
-    // know of every hump, also one between the eighth and ninth characters.
-    for (const QString &camel : {u"xaBcDe"_s, u"xxxxxx aBcde"_s}) {
-        const QList<IndexedFile> files = preparedList({u"abcde"_s, camel});
-        EXPECT_EQ(namesOf(FileIndex::search(u"abcde"_s, files, 1)), QStringList{camel});
-    }
-    // Each hump can add to one step: three of them beat a row that two earn.
-    const QList<IndexedFile> files = preparedList({u"aBcDefg"_s, u"xxxxxx aBcDeFg"_s});
-    EXPECT_EQ(namesOf(FileIndex::search(u"abcdefg"_s, files, 1)), QStringList{u"xxxxxx aBcDeFg"_s});
-}
-
-TEST(SearchRanking, aSessionFollowsChangesToTheListBetweenKeyStrokes)
+TEST(PreparedSearch, aSessionFollowsChangesToTheListBetweenKeyStrokes)
 {
     SearchSession session;
     QList<IndexedFile> files = preparedList({u"Alpha"_s, u"Beta"_s});
     EXPECT_EQ(namesOf(FileIndex::search(u"a"_s, files, 8, session)),
               (QStringList{u"Alpha"_s, u"Beta"_s}));
-    // Renamed in place while the query grows: the new name counts, not what was prepared.
+    // Renamed in place, then a record added, while the query grows.
     files[1].displayName = u"Gamma"_s;
     EXPECT_EQ(namesOf(FileIndex::search(u"am"_s, files, 8, session)), QStringList{u"Gamma"_s});
-    // A record added while the query grows is searched too.
     files.push_back(prepared(u"Amber"_s, 2));
     EXPECT_EQ(namesOf(FileIndex::search(u"amb"_s, files, 8, session)), QStringList{u"Amber"_s});
-    // The same names in another list, searched with a shorter query and then a longer one.
+    // Another list, searched with a shorter query and then a longer one.
     const QList<IndexedFile> other = preparedList({u"Beta"_s, u"Alpha"_s});
     EXPECT_EQ(namesOf(FileIndex::search(u"a"_s, other, 8, session)),
               (QStringList{u"Alpha"_s, u"Beta"_s}));
     EXPECT_EQ(namesOf(FileIndex::search(u"b"_s, other, 8, session)), QStringList{u"Beta"_s});
 }
 
-// URL matching over shortcut files written into the shortcut folder.
-class UrlMatching : public testing::Test
+IndexedFile written(const QString &name, const QString &target)
 {
-protected:
-    IndexedFile write(const QString &fileName, const QString &target)
-    {
-        const QString name = fileName.section(u'.', 0, 0);
-        QString path = test::shortcutFolder() + u'/' + fileName;
-        if (fileName.endsWith(u".url"_s))
-            test::writeFile(path, "[InternetShortcut]\r\nURL=" + target.toUtf8() + "\r\n");
-        else
-            path = test::writeWebloc(name, target);
-        return IndexedFile{QUrl::fromLocalFile(path), name};
-    }
-
-    void TearDown() override { ShortcutURL::clearCaches(); }
-};
-
-TEST_F(UrlMatching, findsExactTargetsOnlyInListOrder)
-{
-    QList<IndexedFile> files = {
-        write(u"Slash.webloc"_s, u"https://host/a/"_s), write(u"First.url"_s, u"https://host/a"_s),
-        write(u"Plain.webloc"_s, u"http://host/a"_s),   write(u"Upper.url"_s, u"HTTPS://HOST/a"_s),
-        write(u"Second.webloc"_s, u"https://host/a"_s),
-    };
-    test::writeFile(test::shortcutFolder() + u"/notes.txt"_s, "https://host/a");
-    files.push_back(
-        IndexedFile{QUrl::fromLocalFile(test::shortcutFolder() + u"/notes.txt"_s), u"notes.txt"_s});
-
-    const QList<ScoredFile> results = FileIndex::matching(u"https://host/a \r\n"_s, files, 6);
-    EXPECT_EQ(namesOf(results), (QStringList{u"First"_s, u"Second"_s}));
-    for (const ScoredFile &result : results) {
-        EXPECT_EQ(result.score, 0);
-        EXPECT_TRUE(result.positions.isEmpty());
-    }
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/a"_s, files, 1)), QStringList{u"First"_s});
-    EXPECT_TRUE(FileIndex::matching(u"https://host/a"_s, files, 0).isEmpty());
-    EXPECT_TRUE(FileIndex::matching(u" \n\t"_s, files, 6).isEmpty());
+    if (name.endsWith(u".url"_s))
+        test::writeFile(test::inFolder(name), "[InternetShortcut]\r\nURL=" + target.toUtf8());
+    else if (name.endsWith(u".webloc"_s))
+        test::writeWebloc(name.chopped(7), target);
+    else
+        test::writeFile(test::inFolder(name), target.toUtf8());
+    return IndexedFile{QUrl::fromLocalFile(test::inFolder(name)), name};
 }
 
-TEST_F(UrlMatching, comparesUpToCanonicalEquivalence)
+// Large lists are read on two threads: every kind of file still gets its own reader, and only
+// exact targets (up to canonical equivalence) match, in list order.
+TEST(UrlMatching, findsExactTargetsOnlyInListOrder)
 {
-    const QList<IndexedFile> files = {write(u"Cafe.webloc"_s, u"https://host/caf\u00E9"_s),
-                                      write(u"Plain.url"_s, u"https://host/cafe"_s)};
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/cafe\u0301"_s, files, 6)),
-              QStringList{u"Cafe"_s});
-    // The Kelvin sign decomposes to a plain "K": equivalence reaches across ASCII too.
-    const QList<IndexedFile> kelvin = {write(u"Ascii.url"_s, u"https://host/K"_s),
-                                       write(u"Sign.url"_s, u"https://host/\u212A"_s),
-                                       write(u"Lower.url"_s, u"https://host/k"_s)};
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/\u212A"_s, kelvin, 6)),
-              (QStringList{u"Ascii"_s, u"Sign"_s}));
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/K"_s, kelvin, 6)),
-              (QStringList{u"Ascii"_s, u"Sign"_s}));
-}
-
-// Large lists are read on two threads before matching; every kind of file still gets its own
-// reader and its answer, in list order.
-TEST_F(UrlMatching, readsALargeListOnTwoThreadsWithTheSameAnswers)
-{
+    const QStringList nearMisses = {u"https://host/a/"_s, u"http://host/a"_s, u"HTTPS://HOST/a"_s,
+                                    u"https://host/a\u0301"_s};
     QList<IndexedFile> files;
     QStringList expected;
     for (int i = 0; i < 300; ++i) {
-        const QString name = u"file %1"_s.arg(i, 3, 10, QChar(u'0'));
-        const QString target = i % 7 == 0 ? u"https://x/same"_s : u"https://x/%1"_s.arg(i);
-        files.push_back(write(name + (i % 2 ? u".url"_s : u".webloc"_s), target));
-        if (i % 7 == 0)
-            expected.append(files.back().displayName);
+        const QString name = u"%1%2"_s.arg(i).arg(i % 2 ? u".url"_s : u".webloc"_s);
+        files.push_back(written(name, i % 5 ? nearMisses[i % 5 - 1] : u"https://host/a"_s));
+        if (i % 5 == 0)
+            expected.append(name);
     }
-    test::writeFile(test::shortcutFolder() + u"/broken.webloc"_s, "<plist><dict>");
-    files.insert(150, IndexedFile{QUrl::fromLocalFile(test::shortcutFolder() + u"/broken.webloc"_s),
-                                  u"broken"_s});
+    files.insert(150, written(u"broken.inetloc"_s, u"<plist><dict>"_s));
+    files.insert(7, written(u"notes.txt"_s, u"https://host/a"_s));
 
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://x/same"_s, files, 300)), expected);
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/a \r\n"_s, files, 300)), expected);
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/a"_s, files, 1)),
+              QStringList{u"0.webloc"_s});
+    EXPECT_TRUE(FileIndex::matching(u"https://host/a"_s, files, 0).isEmpty());
+    EXPECT_TRUE(FileIndex::matching(u" \n\t"_s, files, 300).isEmpty());
+    // The Kelvin sign decomposes to a plain "K": equivalence reaches across ASCII too.
+    const QList<IndexedFile> kelvin = {written(u"Ascii.url"_s, u"https://host/K"_s),
+                                       written(u"Sign.webloc"_s, u"https://host/\u212A"_s),
+                                       written(u"Lower.url"_s, u"https://host/k"_s),
+                                       written(u"Accent.url"_s, u"https://host/\u00E1"_s)};
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/\u212A"_s, kelvin, 6)),
+              (QStringList{u"Ascii.url"_s, u"Sign.webloc"_s}));
+    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/a\u0301"_s, kelvin, 6)),
+              QStringList{u"Accent.url"_s});
 }
 
 } // namespace

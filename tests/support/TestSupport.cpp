@@ -10,7 +10,6 @@
 
 #include <fcntl.h>
 #include <filesystem>
-#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -99,36 +98,6 @@ QString writeWebloc(const QString &name, const QString &url)
                         url.toHtmlEscaped().toUtf8() +
                         QByteArrayLiteral("</string></dict></plist>\n"));
     return path;
-}
-
-std::string generatedLines(int count, unsigned seed)
-{
-    // The pieces, one a line: words, separators, CR and tab; the Kelvin sign, the Greek question
-    // mark and varia; accents precomposed and combining, İ, ß, ǅ, an emoji with its skin tone,
-    // Japanese.
-    const std::string_view pieceList =
-        "news\nFeed\ngit\nHub\nkelvin\na;b\n`q`\nx\nn\nf\n \n-\n_\n/\n"
-        "2024\n\r\n\t\n"
-        "\xE2\x84\xAA\n\xCD\xBE\n\xE1\xBF\xAF\n"
-        "Caf\xC3\xA9\ncafe\xCC\x81\n\xC4\xB0stanbul\nStra\xC3\x9F"
-        "e\n\xC7\x85ungla\n\xF0\x9F\x91\x8D\xF0\x9F\x8F\xBD\n"
-        "\xE6\x9D\xB1\xE4\xBA\xAC\n";
-    std::vector<std::string_view> pieces;
-    for (size_t at = 0; at < pieceList.size();) {
-        const size_t end = pieceList.find('\n', at);
-        pieces.push_back(pieceList.substr(at, end - at));
-        at = end + 1;
-    }
-    std::mt19937 random(seed);
-    std::string text;
-    for (int i = 0; i < count; ++i) {
-        const size_t length = random() % 160;
-        const size_t start = text.size();
-        while (text.size() - start < length)
-            text += pieces[random() % pieces.size()];
-        text += '\n';
-    }
-    return text;
 }
 
 PipeSwapper::PipeSwapper(const QString &path)

@@ -4,7 +4,6 @@
 #include <QString>
 
 #include <atomic>
-#include <string>
 #include <thread>
 
 namespace pindle::test {
@@ -24,10 +23,6 @@ void writeFile(const QString &path, const QByteArray &bytes);
 QByteArray readFile(const QString &path);
 // Writes <shortcut folder>/<name>.webloc pointing at url, as browsers do; returns its path.
 QString writeWebloc(const QString &name, const QString &url);
-// Lines of UTF-8 text, each with its line break, of every length from none to a few times 64
-// bytes: ASCII words and separators, CR, and characters beyond ASCII (accents both ways, emoji,
-// other scripts, case-changing letters, and the ones that lowercase to ASCII characters).
-std::string generatedLines(int count, unsigned seed);
 
 // Replaces the file at path by a regular file, then by a pipe, and so on until destroyed, each
 // time atomically by rename, as a sync client replaces files: whatever looks at the path and
