@@ -10,7 +10,6 @@
 #include <unicode/brkiter.h>
 #include <unicode/normalizer2.h>
 
-#include <functional>
 #include <optional>
 #include <random>
 #include <vector>
@@ -59,24 +58,20 @@ std::vector<QString> comparable(const QString &text)
 // The model: the score of every allowed alignment written out from its definition.
 struct Model
 {
-    std::vector<QString> query;
-    std::vector<QString> lowered;
+    std::vector<QString> query, lowered;
     std::vector<double> bonus;
-    std::vector<bool> isStart;
-    std::vector<bool> isLetter;
-    bool isMatchable = false;
+    std::vector<bool> isStart, isLetter;
 
     Model(const QString &q, const QString &candidate)
         : query(comparable(q)), lowered(comparable(candidate))
     {
         const std::vector<QString> original = characters(candidate);
-        const QString separatorList = u" -_./\\:,()[]{}@+&'\"#~"_s;
-        const size_t n = original.size();
-        for (size_t j = 0; j < n; ++j) {
+        for (size_t j = 0; j < original.size(); ++j) {
             double base = 0;
             if (j == 0)
                 base = 12;
-            else if (original[j - 1].size() == 1 && separatorList.contains(original[j - 1]))
+            else if (original[j - 1].size() == 1 &&
+                     u" -_./\\:,()[]{}@+&'\"#~"_s.contains(original[j - 1]))
                 base = 10;
             else if (Unicode::isLowercase(original[j - 1]) && Unicode::isUppercase(original[j]))
                 base = 9;
@@ -84,7 +79,6 @@ struct Model
             isStart.push_back(base > 0);
             isLetter.push_back(Unicode::isLetter(original[j]));
         }
-        isMatchable = !query.empty() && n >= query.size() && lowered.size() >= n;
     }
 
     size_t n() const { return bonus.size(); }
@@ -92,28 +86,21 @@ struct Model
     // The total of an alignment, or nothing when it is not allowed.
     std::optional<double> total(const std::vector<qsizetype> &p) const
     {
-        if (p.size() != query.size())
+        if (p.size() != query.size() || lowered.size() < n())
             return std::nullopt;
         double sum = 0;
         for (size_t i = 0; i < p.size(); ++i) {
-            if (p[i] < 0 || size_t(p[i]) >= n() || lowered[size_t(p[i])] != query[i])
+            if (p[i] < 0 || size_t(p[i]) >= n() || lowered[size_t(p[i])] != query[i] ||
+                (i > 0 && p[i] <= p[i - 1]))
                 return std::nullopt;
             sum += bonus[size_t(p[i])];
-            if (i == 0) {
-                sum -= 0.5 * double(p[0]);
-                continue;
-            }
-            if (p[i] <= p[i - 1])
-                return std::nullopt;
-            if (p[i] == p[i - 1] + 1) {
+            const qsizetype from = i == 0 ? 0 : p[i - 1] + 1;
+            if (i > 0 && p[i] == from)
                 sum += 15;
-                continue;
-            }
-            sum -= 0.5 * double(p[i] - p[i - 1] - 1);
-            if (!isStart[size_t(p[i])])
-                for (qsizetype k = p[i - 1] + 1; k < p[i]; ++k)
-                    if (isLetter[size_t(k)])
-                        return std::nullopt;
+            sum -= 0.5 * double(p[i] - from);
+            for (qsizetype k = from; i > 0 && !isStart[size_t(p[i])] && k < p[i]; ++k)
+                if (isLetter[size_t(k)])
+                    return std::nullopt;
         }
         return sum;
     }
@@ -121,25 +108,17 @@ struct Model
     // The best total, and the leftmost last position among alignments that reach it.
     std::optional<std::pair<double, qsizetype>> best() const
     {
-        if (!isMatchable)
-            return std::nullopt;
         std::optional<std::pair<double, qsizetype>> found;
-        std::vector<qsizetype> p;
-        std::function<void(qsizetype)> extend = [&](qsizetype from) {
-            if (p.size() == query.size()) {
-                const std::optional<double> t = total(p);
-                if (t && (!found || *t > found->first ||
-                          (*t == found->first && p.back() < found->second)))
-                    found = {*t, p.back()};
-                return;
-            }
-            for (qsizetype j = from; j < qsizetype(n()); ++j) {
-                p.push_back(j);
-                extend(j + 1);
-                p.pop_back();
-            }
-        };
-        extend(0);
+        for (unsigned mask = 0; !query.empty() && mask < 1u << n(); ++mask) {
+            std::vector<qsizetype> p;
+            for (size_t j = 0; j < n(); ++j)
+                if (mask & (1u << j))
+                    p.push_back(qsizetype(j));
+            const std::optional<double> t = total(p);
+            if (t &&
+                (!found || *t > found->first || (*t == found->first && p.back() < found->second)))
+                found = {*t, p.back()};
+        }
         return found;
     }
 };
@@ -249,10 +228,9 @@ TEST(MatcherExamples, scoreAsTheirSumsAndPlaceAsTheRuleSays)
          start + 3 * (plain + consecutiveBonus) + hump + consecutiveBonus + length(8),
          {0, 1, 2, 3, 4}},
         {u"gm"_s, u"game mode"_s, start + afterSeparator + gap(4) + length(9), {0, 5}},
-        // A jump may land mid-word only over no letter.
+        // A jump may land mid-word only over no letter, and takes the earliest of equal
+        // sources onto a word start, the latest onto any other position.
         {u"ac"_s, u"abc"_s, std::nullopt},
-        {u"ab"_s, u"a1a1b"_s, gap(2) + plain + gap(1) + plain + length(5), {2, 4}},
-        // Of equal sources, a jump onto a word start takes the earliest, any other the latest.
         {u"ab"_s,
          u"-a-a-b"_s,
          gap(1) + afterSeparator + gap(3) + afterSeparator + length(6),
@@ -260,10 +238,6 @@ TEST(MatcherExamples, scoreAsTheirSumsAndPlaceAsTheRuleSays)
         {u"1b"_s, u"*1*1*b"_s, gap(3) + plain + gap(1) + plain + length(6), {3, 5}},
         // Of equal totals the leftmost end, however far the other.
         {u"a"_s, u"xa"_s + QString(18, u'b') + u"-a"_s, gap(1) + plain + length(22), {1}},
-        {u"cafe\u0301"_s,
-         u"Caf\u00E9 Noir"_s,
-         start + 3 * (plain + consecutiveBonus) + length(9),
-         {0, 1, 2, 3}},
     };
     for (const Example &example : examples) {
         SCOPED_TRACE(example.query.toStdString() + " in " + example.candidate.toStdString());

@@ -1,11 +1,14 @@
-// What a scan lists, in which order, and that whatever changed on disk before a scan shows in it
-// as a scan from nothing shows it, though the scan keeps what it read while the folder watch sees
-// no change.
+// What a scan lists and in which order, on the spot or on the worker as for a large folder; and
+// that whatever changed on disk before a scan, or while the worker lists or reads, shows in it,
+// though the scan keeps what it read while the folder watch sees no change.
 
-#include "core/FileIndex.h"
+#include "core/FolderScanner.h"
 #include "core/ShortcutURL.h"
+#include "core/TargetReader.h"
 #include "support/TestSupport.h"
 
+#include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -24,32 +27,67 @@ using test::writeWebloc;
 
 namespace {
 
-QStringList scannedFileNames()
+QStringList namesOf(const QList<IndexedFile> &files)
 {
     QStringList names;
-    for (const IndexedFile &file : FileIndex::scan())
+    for (const IndexedFile &file : files)
         names.append(file.url.fileName() + u" as "_s + file.displayName);
     return names;
 }
 
-// Display name -> target (or "-" for none), as a panel would ask for them after a scan.
-QMap<QString, QString> scannedTargets()
+// Written beside and renamed over the file at path, as a sync client saves.
+void replace(const QString &path, const QString &url)
 {
-    QMap<QString, QString> targets;
-    for (const IndexedFile &file : FileIndex::scan())
-        targets.insert(file.displayName, ShortcutURL::target(file.url).value_or(u"-"_s));
-    return targets;
+    const QString staged = writeWebloc(u".staged"_s, url);
+    ASSERT_EQ(::rename(QFile::encodeName(staged), QFile::encodeName(path)), 0);
 }
 
-void renameOver(const QString &from, const QString &to)
+// Names whose sort order is not their listing order, with case, accents and digits in them.
+void writeMixedFolder(int count)
 {
-    ASSERT_EQ(::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()), 0);
+    const QStringList stems = {u"zeta"_s,    u"Alpha"_s,  u"\u00e9t\u00e9"_s,
+                               u"beta 10"_s, u"beta 9"_s, u"Beta"_s};
+    for (int i = 0; i < count; ++i)
+        writeWebloc(stems[i % stems.size()] + u' ' + QString::number(i * 7919 % count),
+                    u"https://example.org/"_s + QString::number(i));
 }
+
+class Scan : public testing::Test
+{
+protected:
+    // The folder listed on the worker, which must give the list of a scan on the spot.
+    QList<IndexedFile> listed()
+    {
+        std::optional<QList<IndexedFile>> now = scanner.scan();
+        if (!now) {
+            scanner.waitForScan();
+            now = delivered;
+        }
+        EXPECT_EQ(namesOf(*now), namesOf(FileIndex::scan()));
+        return *now;
+    }
+
+    // Display name -> target (or "-" for none), as a panel would ask for them after a scan.
+    QMap<QString, QString> listedTargets()
+    {
+        QMap<QString, QString> targets;
+        for (const IndexedFile &file : listed())
+            targets.insert(file.displayName, ShortcutURL::target(file.url).value_or(u"-"_s));
+        return targets;
+    }
+
+    QObject context;
+    QList<IndexedFile> delivered;
+    FolderScanner scanner{&context, [this](const QList<IndexedFile> &files) { delivered = files; }};
+    int reads = 0;
+    TargetReader reader{&context, [this] { ++reads; }};
+};
 
 // CTest runs every case in a process of its own, so the collator is made under this locale.
-TEST(Scan, ListsVisibleFilesAndLinksToThemInTheFileBrowsersOrder)
+TEST_F(Scan, ListsVisibleFilesAndLinksToThemInTheFileBrowsersOrder)
 {
     setenv("LC_ALL", "C", 1);
+    scanner.setMostBytesInPlace(0);
     for (const char *name : {"Example.WEBLOC", "Trip.Plans.Url", "item 10.inetloc", "item 2.txt",
                              "archive", "dots.", ".hidden.webloc", "work.webloc/inner.url",
                              "#1 ?odd%.url", "docs.url", "Docs.webloc", "DOCS.inetloc"})
@@ -68,26 +106,26 @@ TEST(Scan, ListsVisibleFilesAndLinksToThemInTheFileBrowsersOrder)
                                  << docs << u"dots. as dots."_s << u"Example.WEBLOC as Example"_s
                                  << u"item 2.txt as item 2.txt"_s << u"item 10.inetloc as item 10"_s
                                  << u"link.webloc as link"_s << u"Trip.Plans.Url as Trip.Plans"_s;
-    EXPECT_EQ(scannedFileNames(), expected);
+    EXPECT_EQ(namesOf(listed()), expected);
 }
 
-TEST(Scan, TellsAMissingFolderFromAnEmptyOne)
+TEST_F(Scan, TellsAMissingFolderFromAnEmptyOne)
 {
     EXPECT_FALSE(FileIndex::directoryExists());
     ASSERT_TRUE(QDir().mkpath(test::shortcutFolder()));
     EXPECT_TRUE(FileIndex::directoryExists());
-    EXPECT_TRUE(FileIndex::scan().isEmpty());
+    EXPECT_TRUE(listed().isEmpty());
     ASSERT_TRUE(QDir(test::shortcutFolder()).removeRecursively());
     test::writeFile(test::shortcutFolder(), "not a folder");
     EXPECT_FALSE(FileIndex::directoryExists());
-    EXPECT_TRUE(FileIndex::scan().isEmpty());
+    EXPECT_TRUE(listed().isEmpty());
 }
 
-TEST(ScanChanges, SeesFilesAddedRemovedRenamedAndRewrittenAtTheNextScan)
+TEST_F(Scan, SeesFilesAddedRemovedRenamedAndRewrittenAtTheNextScan)
 {
     for (const char *name : {"kept", "removed", "renamed", "rewritten", "replaced"})
         writeWebloc(QString::fromLatin1(name), u"https://old/"_s + QString::fromLatin1(name));
-    (void)scannedTargets();
+    (void)listedTargets();
 
     writeWebloc(u"added"_s, u"https://new/added"_s);
     ASSERT_TRUE(QFile::remove(inFolder(u"removed.webloc"_s)));
@@ -98,65 +136,145 @@ TEST(ScanChanges, SeesFilesAddedRemovedRenamedAndRewrittenAtTheNextScan)
     ASSERT_TRUE(rewritten.open(QIODevice::ReadWrite | QIODevice::Truncate));
     ASSERT_EQ(rewritten.write(bytes), bytes.size());
     rewritten.close();
-    // Written beside and renamed over, as a sync client saves.
-    renameOver(writeWebloc(u".new"_s, u"https://new/replaced"_s), inFolder(u"replaced.webloc"_s));
+    replace(inFolder(u"replaced.webloc"_s), u"https://new/replaced"_s);
 
     const QMap<QString, QString> expected = {{u"added"_s, u"https://new/added"_s},
                                              {u"kept"_s, u"https://old/kept"_s},
                                              {u"moved"_s, u"https://old/renamed"_s},
                                              {u"replaced"_s, u"https://new/replaced"_s},
                                              {u"rewritten"_s, u"https://new/rewritten"_s}};
-    EXPECT_EQ(scannedTargets(), expected);
+    EXPECT_EQ(listedTargets(), expected);
 }
 
-TEST(ScanChanges, SeesTheFolderRemovedRecreatedMovedOrReplacedByALink)
+TEST_F(Scan, SeesTheFolderRemovedRecreatedMovedOrReplacedByALink)
 {
     const QString folder = test::shortcutFolder();
     const QString conflocal = test::homePath() + u"/conflocal"_s;
     // Large enough that the old folder's answers are freed beside the interface.
     for (int i = 0; i < 4200; ++i)
         writeWebloc(u"page "_s + QString::number(i), u"https://first/"_s);
-    EXPECT_EQ(scannedTargets().size(), 4200);
+    EXPECT_EQ(listedTargets().size(), 4200);
     ASSERT_TRUE(QDir(folder).removeRecursively());
     writeWebloc(u"page 7"_s, u"https://recreated/"_s);
-    EXPECT_EQ(scannedTargets(), (QMap<QString, QString>{{u"page 7"_s, u"https://recreated/"_s}}));
+    EXPECT_EQ(listedTargets(), (QMap<QString, QString>{{u"page 7"_s, u"https://recreated/"_s}}));
 
     ASSERT_TRUE(QDir().rename(folder, conflocal + u"/moved"_s));
     writeWebloc(u"page"_s, u"https://after-move/"_s);
-    EXPECT_EQ(scannedTargets(), (QMap<QString, QString>{{u"page"_s, u"https://after-move/"_s}}));
+    EXPECT_EQ(listedTargets(), (QMap<QString, QString>{{u"page"_s, u"https://after-move/"_s}}));
 
     const QString elsewhere = test::homePath() + u"/elsewhere"_s;
     test::writeFile(elsewhere + u"/page.url"_s, "URL=https://linked/\n");
     ASSERT_TRUE(QDir(folder).removeRecursively());
     ASSERT_TRUE(QFile::link(elsewhere, folder));
-    EXPECT_EQ(scannedTargets(), (QMap<QString, QString>{{u"page"_s, u"https://linked/"_s}}));
+    EXPECT_EQ(listedTargets(), (QMap<QString, QString>{{u"page"_s, u"https://linked/"_s}}));
 
     // The folder above renamed, and a new one made in its place.
     ASSERT_TRUE(QDir().rename(conflocal, test::homePath() + u"/old-conflocal"_s));
     writeWebloc(u"other"_s, u"https://other/"_s);
-    EXPECT_EQ(scannedTargets(), (QMap<QString, QString>{{u"other"_s, u"https://other/"_s}}));
+    EXPECT_EQ(listedTargets(), (QMap<QString, QString>{{u"other"_s, u"https://other/"_s}}));
 }
 
-TEST(ScanChanges, RereadsFilesWhoseChangesTheFolderCannotSee)
+TEST_F(Scan, RereadsFilesWhoseChangesTheFolderCannotSee)
 {
     const QString outside = test::homePath() + u"/outside.url"_s;
     const QString secondName = test::homePath() + u"/second-name.url"_s;
     test::writeFile(outside, "URL=https://link/1\n");
     test::writeFile(inFolder(u"hard.url"_s), "URL=https://hard/1\n");
     ASSERT_TRUE(QFile::link(outside, inFolder(u"linked.url"_s)));
-    ASSERT_EQ(::link(QFile::encodeName(inFolder(u"hard.url"_s)).constData(),
-                     QFile::encodeName(secondName).constData()),
-              0);
-    (void)scannedTargets();
+    ASSERT_EQ(::link(QFile::encodeName(inFolder(u"hard.url"_s)), QFile::encodeName(secondName)), 0);
+    (void)listedTargets();
 
     test::writeFile(outside, "URL=https://link/2\n");
     test::writeFile(secondName, "URL=https://hard/2\n");
-    EXPECT_EQ(scannedTargets(), (QMap<QString, QString>{{u"hard"_s, u"https://hard/2"_s},
-                                                        {u"linked"_s, u"https://link/2"_s}}));
+    EXPECT_EQ(listedTargets(), (QMap<QString, QString>{{u"hard"_s, u"https://hard/2"_s},
+                                                       {u"linked"_s, u"https://link/2"_s}}));
     // A link whose file becomes a folder is no longer listed.
     ASSERT_TRUE(QFile::remove(outside));
     ASSERT_TRUE(QDir().mkpath(outside));
-    EXPECT_EQ(scannedTargets(), (QMap<QString, QString>{{u"hard"_s, u"https://hard/2"_s}}));
+    EXPECT_EQ(listedTargets(), (QMap<QString, QString>{{u"hard"_s, u"https://hard/2"_s}}));
+}
+
+TEST_F(Scan, SeesAChangeMadeWhileTheWorkerListsAtTheNextScan)
+{
+    scanner.setMostBytesInPlace(0);
+    writeMixedFolder(600);
+    const QString rewritten = writeWebloc(u"rewritten"_s, u"https://old.example/"_s);
+    const QString removed = writeWebloc(u"removed"_s, u"https://removed.example/"_s);
+    EXPECT_EQ(listed().size(), 602);
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://old.example/"_s);
+
+    writeWebloc(u"added"_s, u"https://added.example/"_s);
+    ASSERT_FALSE(scanner.scan().has_value());
+    // A scan asked for again gives up the one under way, whose records the next one reuses.
+    ASSERT_FALSE(scanner.scan().has_value());
+    ASSERT_TRUE(QFile::remove(removed));
+    replace(rewritten, u"https://new.example/"_s);
+    scanner.waitForScan();
+
+    const QStringList names = namesOf(listed());
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(rewritten)), u"https://new.example/"_s);
+    EXPECT_EQ(names.filter(u"added.webloc"_s).size(), 1);
+    EXPECT_TRUE(names.filter(u"removed.webloc"_s).isEmpty());
+}
+
+// The targets of a list as read one by one, none cached ("-" for none), and as the cache hands
+// them over (nothing unless all are cached).
+QStringList targetsOf(const QList<IndexedFile> &files, bool cached)
+{
+    const std::vector<std::optional<QString>> *all = detail::cachedTargets(files);
+    if (cached && all == nullptr)
+        return {u"not all cached"_s};
+    QStringList targets;
+    for (qsizetype i = 0; i < files.size(); ++i)
+        targets.append((cached ? (*all)[size_t(i)] : detail::readTarget(files[i].url).target)
+                           .value_or(u"-"_s));
+    return targets;
+}
+
+// More files than one turn of the event loop stores, some cached beforehand, one that is no
+// shortcut: the list's targets come whole, in the list's order, as reading each gives them.
+TEST_F(Scan, TheWorkerHandsOverTheTargetsOfTheWholeListInItsOrder)
+{
+    writeMixedFolder(1300);
+    test::writeFile(inFolder(u"notes.txt"_s), "not a shortcut");
+    const QList<IndexedFile> files = FileIndex::scan();
+    for (qsizetype i = 0; i < files.size(); i += 5)
+        (void)ShortcutURL::target(files[i].url);
+
+    ASSERT_FALSE(reader.ensureTargets(files));
+    const QDeadlineTimer deadline(60'000);
+    while (reads == 0 && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    ASSERT_EQ(reads, 1);
+    EXPECT_TRUE(detail::hasListedTargets(files));
+    EXPECT_EQ(targetsOf(files, true), targetsOf(files, false));
+    EXPECT_TRUE(reader.ensureTargets(files));
+}
+
+// A file rewritten while the worker reads, seen by a rescan or read again on its own: the list's
+// targets are then looked up again, never taken as the worker read them.
+TEST_F(Scan, TheWorkerHandsOverNoListOfTargetsWhenAFileChangedMeanwhile)
+{
+    writeMixedFolder(400);
+    const QString page = writeWebloc(u"page"_s, u"https://old.example/"_s);
+    QList<IndexedFile> files = FileIndex::scan();
+    ASSERT_FALSE(reader.ensureTargets(files));
+    replace(page, u"https://new.example/"_s);
+    files = FileIndex::scan();
+    reader.waitForReading();
+    EXPECT_FALSE(detail::hasListedTargets(files));
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(page)), u"https://new.example/"_s);
+
+    for (int i = 0; i < 300; ++i)
+        writeWebloc(u"more "_s + QString::number(i), u"https://more.example/"_s);
+    const QString other = writeWebloc(u"other"_s, u"https://old.example/"_s);
+    files = FileIndex::scan();
+    ASSERT_FALSE(reader.ensureTargets(files));
+    replace(other, u"https://new.example/"_s);
+    EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(other)), u"https://new.example/"_s);
+    reader.waitForReading();
+    EXPECT_FALSE(detail::hasListedTargets(files));
+    EXPECT_EQ(targetsOf(files, true), targetsOf(files, false));
 }
 
 } // namespace
