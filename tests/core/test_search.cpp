@@ -9,7 +9,6 @@
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
-#include <unicode/coll.h>
 
 #include <algorithm>
 #include <random>
@@ -19,9 +18,6 @@ using namespace Qt::StringLiterals;
 using namespace pindle;
 
 namespace {
-
-// Before any collator is made: the order below is the root locale's.
-[[maybe_unused]] const int cLocale = setenv("LC_ALL", "C", 1);
 
 IndexedFile record(const QString &name, qsizetype number)
 {
@@ -51,23 +47,6 @@ QStringList namesOf(const QList<ScoredFile> &results)
     return names;
 }
 
-// The file browser's order: ICU's collator at secondary strength, digits by value.
-bool beforeInNameOrder(const QString &a, const QString &b)
-{
-    UErrorCode status = U_ZERO_ERROR;
-    static const std::unique_ptr<icu::Collator> collator = [&] {
-        std::unique_ptr<icu::Collator> made(icu::Collator::createInstance("", status));
-        made->setStrength(icu::Collator::SECONDARY);
-        made->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
-        return made;
-    }();
-    const auto text = [](const QString &s) {
-        return icu::UnicodeString(false, reinterpret_cast<const char16_t *>(s.utf16()),
-                                  int32_t(s.size()));
-    };
-    return collator->compare(text(a), text(b), status) < 0;
-}
-
 QList<ScoredFile> plainSearch(const QString &query, const QList<IndexedFile> &files,
                               qsizetype limit)
 {
@@ -79,20 +58,21 @@ QList<ScoredFile> plainSearch(const QString &query, const QList<IndexedFile> &fi
     std::stable_sort(hits.begin(), hits.end(), [](const ScoredFile &a, const ScoredFile &b) {
         if (a.score != b.score)
             return a.score > b.score;
-        return beforeInNameOrder(a.file.displayName, b.file.displayName);
+        return Collation::sortKey(a.file.displayName) < Collation::sortKey(b.file.displayName);
     });
     return hits.first(std::min(limit, hits.size()));
 }
 
-void expectSameRows(const QList<ScoredFile> &actual, const QList<ScoredFile> &expected)
+// Each row as its file, score and positions.
+QStringList rows(const QList<ScoredFile> &results)
 {
-    ASSERT_EQ(actual.size(), expected.size());
-    for (qsizetype i = 0; i < actual.size(); ++i) {
-        SCOPED_TRACE(expected[i].file.displayName.toStdString());
-        EXPECT_EQ(actual[i].file.url, expected[i].file.url);
-        EXPECT_EQ(actual[i].score, expected[i].score);
-        EXPECT_EQ(actual[i].positions, expected[i].positions);
+    QStringList rows;
+    for (const ScoredFile &result : results) {
+        rows.push_back(result.file.url.toString() + u' ' + QString::number(result.score, 'g', 17));
+        for (const qsizetype position : result.positions)
+            rows.back() += u' ' + QString::number(position);
     }
+    return rows;
 }
 
 // Bookmark-like names: words in assorted case, camel case, digits, separators, and characters
@@ -143,36 +123,32 @@ TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
          u"\u0130s|stra\u00DFe|\u01C6|\U0001F44D|\u03C3|\u03C2|\u6771|gm|xb|#1|rb"_s.split(u'|')) {
         SCOPED_TRACE(query.toStdString());
         for (qsizetype typed = 1; typed <= query.size(); ++typed)
-            expectSameRows(FileIndex::search(query.first(typed), files, 8, session),
-                           plainSearch(query.first(typed), files, 8));
-        ASSERT_FALSE(plainSearch(query, files, 1).isEmpty());
-        expectSameRows(FileIndex::search(query, files, files.size()),
-                       plainSearch(query, files, files.size()));
-        expectSameRows(FileIndex::search(query, files, 100), plainSearch(query, files, 100));
-        expectSameRows(FileIndex::search(query, unprepared, 8), plainSearch(query, files, 8));
-        expectSameRows(FileIndex::search(query, renamed, 8), plainSearch(query, files, 8));
+            EXPECT_EQ(rows(FileIndex::search(query.first(typed), files, 8, session)),
+                      rows(plainSearch(query.first(typed), files, 8)));
+        const QStringList all = rows(plainSearch(query, files, files.size()));
+        ASSERT_FALSE(all.isEmpty());
+        EXPECT_EQ(rows(FileIndex::search(query, files, files.size())), all);
+        EXPECT_EQ(rows(FileIndex::search(query, files, 100)),
+                  all.first(std::min(100, int(all.size()))));
+        for (const QList<IndexedFile> &list : {unprepared, renamed})
+            EXPECT_EQ(rows(FileIndex::search(query, list, 8)),
+                      all.first(std::min(8, int(all.size()))));
     }
 }
 
-// Lists the generated names rarely make: once the rows are full, a later name must still enter
+// Lists the generated names rarely make: once the rows are full, the last name must still enter
 // by its name order alone, or by camel humps anywhere in it (each can add to one step).
-TEST(PreparedSearch, lettersLaterNamesIntoAFullList)
+TEST(PreparedSearch, letsTheLastNameIntoAFullList)
 {
-    const struct
-    {
-        QStringList names;
-        QString query;
-        QString best;
-    } cases[] = {
-        {{u"Doc c"_s, u"Doc b"_s, u"Doc a"_s}, u"doc"_s, u"Doc a"_s},
-        {{u"abcde"_s, u"xaBcDe"_s}, u"abcde"_s, u"xaBcDe"_s},
-        {{u"abcde"_s, u"xxxxxx aBcde"_s}, u"abcde"_s, u"xxxxxx aBcde"_s},
-        {{u"aBcDefg"_s, u"xxxxxx aBcDeFg"_s}, u"abcdefg"_s, u"xxxxxx aBcDeFg"_s},
+    const std::pair<QStringList, QString> cases[] = {
+        {{u"Doc c"_s, u"Doc b"_s, u"Doc a"_s}, u"doc"_s},
+        {{u"abcde"_s, u"xaBcDe"_s}, u"abcde"_s},
+        {{u"abcde"_s, u"xxxxxx aBcde"_s}, u"abcde"_s},
+        {{u"aBcDefg"_s, u"xxxxxx aBcDeFg"_s}, u"abcdefg"_s},
     };
-    for (const auto &c : cases) {
-        const QList<IndexedFile> files = preparedList(c.names);
-        EXPECT_EQ(namesOf(FileIndex::search(c.query, files, 1)), QStringList{c.best});
-    }
+    for (const auto &[names, query] : cases)
+        EXPECT_EQ(namesOf(FileIndex::search(query, preparedList(names), 1)),
+                  QStringList{names.last()});
 }
 
 TEST(PreparedSearch, trimsOnlyBlanksAndListsNothingForABlankQuery)
