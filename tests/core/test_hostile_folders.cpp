@@ -10,9 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -68,10 +66,7 @@ TEST(HostileFolder, PropertyListsThatExpandBeyondAnyShortcutHaveNoTarget)
     doubling.append("\x09");
     test::writeFile(inFolder(u"doubling.webloc"_s), binaryPlist(shortcutHolding(doubling)));
 
-    constexpr int repeats = 2000;
-    QByteArray manyRefs = "\xAF\x11" + bigEndian(repeats, 2);
-    for (int i = 0; i < repeats; ++i)
-        manyRefs += ref(5);
+    const QByteArray manyRefs = "\xAF\x11" + bigEndian(2000, 2) + ref(5).repeated(2000);
     const QByteArray longText = "\x4F\x12" + bigEndian(100000, 4) + QByteArray(100000, 'a');
     test::writeFile(inFolder(u"repeated.webloc"_s),
                     binaryPlist(shortcutHolding({manyRefs, longText})));
@@ -86,13 +81,10 @@ TEST(HostileFolder, PropertyListsThatExpandBeyondAnyShortcutHaveNoTarget)
         inFolder(u"small.webloc"_s),
         binaryPlist(shortcutHolding({"\xA2" + ref(5) + ref(5), QByteArray("\x41") + "a"})));
 
-    for (const char *name : {"doubling", "repeated", "references", "small"}) {
-        const std::optional<QString> target = ShortcutURL::target(
-            QUrl::fromLocalFile(inFolder(QString::fromLatin1(name) + u".webloc"_s)));
-        EXPECT_EQ(target,
-                  qstrcmp(name, "small") == 0 ? std::optional(u"https://bomb/"_s) : std::nullopt)
-            << name;
-    }
+    for (const QString &name : {u"doubling"_s, u"repeated"_s, u"references"_s, u"small"_s})
+        EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(inFolder(name + u".webloc"_s))),
+                  name == u"small" ? std::optional(u"https://bomb/"_s) : std::nullopt)
+            << name.toStdString();
 }
 
 // Sync clients replace files at any time: a file that turns into a pipe between the scan and
@@ -147,15 +139,8 @@ TEST(HostileFolder, NothingHangsCrashesOrHasATarget)
     test::writeFile(inFolder(u"garbage.url"_s), garbage);
     test::writeFile(inFolder(u"garbage.inetloc"_s), "bplist00" + garbage);
     ASSERT_EQ(::mkfifo((folder + "/pipe.url").constData(), 0644), 0);
-    sockaddr_un socketAddress = {.sun_family = AF_UNIX, .sun_path = {}};
-    qstrncpy(socketAddress.sun_path, folder + "/socket.webloc", sizeof socketAddress.sun_path);
-    const int socketFd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    ASSERT_EQ(::bind(socketFd, reinterpret_cast<sockaddr *>(&socketAddress), sizeof socketAddress),
-              0);
-    ::close(socketFd);
     for (const auto &[link, target] : {std::pair{"pipelink.webloc", "pipe.url"},
                                        {"zero.url", "/dev/zero"},
-                                       {"tty.webloc", "/dev/tty"},
                                        {"dangling.url", "gone"},
                                        {"loop.url", "loop.url"}})
         ASSERT_EQ(::symlink(target, (folder + '/' + link).constData()), 0);
@@ -170,8 +155,8 @@ TEST(HostileFolder, NothingHangsCrashesOrHasATarget)
     }
     EXPECT_EQ(names, QStringList({u"big"_s, u"deep"_s, u"deep"_s, u"fin\uFFFD"_s, u"garbage"_s,
                                   u"garbage"_s, u"garbage"_s, u"nest\uFFFD 100%"_s}));
-    for (const char *unlisted : {"pipe.url", "pipelink.webloc", "socket.webloc", "zero.url",
-                                 "tty.webloc", "dangling.url", "loop.url"}) {
+    for (const char *unlisted :
+         {"pipe.url", "pipelink.webloc", "zero.url", "dangling.url", "loop.url"}) {
         const QUrl file = QUrl::fromLocalFile(inFolder(QString::fromUtf8(unlisted)));
         EXPECT_EQ(ShortcutURL::target(file), std::nullopt) << unlisted;
         ShortcutURL::subtitle(file);

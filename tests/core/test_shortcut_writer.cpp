@@ -8,9 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <ctime>
 #include <fcntl.h>
+#include <latch>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -87,20 +87,15 @@ TEST(ShortcutWriter, OfTwoWritersRacingForANameTheLoserFindsItTaken)
 {
     ASSERT_TRUE(QDir().mkpath(test::shortcutFolder()));
     for (int round = 0; round < 100; ++round) {
-        const QString name = u"Race "_s + QString::number(round);
-        std::atomic<int> ready = 0;
+        std::latch start(2);
         std::expected<QUrl, WriteError> results[2];
-        std::thread writers[2];
-        for (int i = 0; i < 2; ++i) {
-            writers[i] = std::thread([&, i] {
-                ++ready;
-                while (ready < 2) {
-                }
-                results[i] = create(name);
-            });
+        const auto write = [&](int i) {
+            start.arrive_and_wait();
+            results[i] = create(u"Race "_s + QString::number(round));
+        };
+        {
+            const std::jthread first(write, 0), second(write, 1);
         }
-        for (std::thread &writer : writers)
-            writer.join();
         ASSERT_NE(results[0].has_value(), results[1].has_value()) << round;
         EXPECT_EQ((results[0] ? results[1] : results[0]).error(), WriteError::alreadyExists);
     }
@@ -113,22 +108,27 @@ TEST(ShortcutWriter, ClearsTemporariesLeftByKilledWriters)
     const pid_t child = ::fork();
     if (child == 0)
         ::_exit(0);
-    ASSERT_GT(child, 0);
     ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-    const QString deadWriter = u".pindle-"_s + QString::number(child) + u"-1x.tmp"_s;
     const QString liveWriter = u".pindle-"_s + QString::number(::getpid()) + u"-2x.tmp"_s;
-    for (const QString &name :
-         {deadWriter, liveWriter, u".pindle-fresh.tmp"_s, u".pindle-old.tmp"_s, u"pindle-old.tmp"_s,
-          u".pindle-old.tmp.keep"_s, u"target"_s})
-        test::writeFile(inFolder(name), "leftover");
     ASSERT_TRUE(QDir().mkpath(inFolder(u".pindle-folder.tmp"_s)));
     ASSERT_TRUE(QFile::link(inFolder(u"target"_s), inFolder(u".pindle-link.tmp"_s)));
-    const timespec anHourAgo = {.tv_sec = ::time(nullptr) - 3600, .tv_nsec = 0};
-    const timespec times[2] = {anHourAgo, anHourAgo};
-    for (const QString &name : {u".pindle-old.tmp"_s, u"pindle-old.tmp"_s,
-                                u".pindle-old.tmp.keep"_s, u"target"_s, u".pindle-folder.tmp"_s})
-        ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(inFolder(name)).constData(), times, 0),
-                  0);
+    const timespec anHourAgo[2] = {{::time(nullptr) - 3600, 0}, {::time(nullptr) - 3600, 0}};
+    // Name, and whether it is an hour old.
+    for (const auto &[name, isOld] :
+         {std::pair{u".pindle-"_s + QString::number(child) + u"-1x.tmp"_s, false},
+          {liveWriter, false},
+          {u".pindle-fresh.tmp"_s, false},
+          {u".pindle-old.tmp"_s, true},
+          {u"pindle-old.tmp"_s, true},
+          {u".pindle-old.tmp.keep"_s, true},
+          {u"target"_s, true},
+          {u".pindle-folder.tmp"_s, true}}) {
+        if (!name.endsWith(u"folder.tmp"_s))
+            test::writeFile(inFolder(name), "leftover");
+        if (isOld) {
+            ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(inFolder(name)), anHourAgo, 0), 0);
+        }
+    }
 
     ASSERT_TRUE(create(u"New"_s).has_value());
     EXPECT_EQ(folderEntries(),
