@@ -65,6 +65,7 @@ TEST(ShortcutWriter, RefusesInvalidNamesBeforeTouchingTheDisk)
 TEST(ShortcutWriter, NeverReplacesAnythingAndLeavesNothingWhenItFails)
 {
     test::writeFile(test::shortcutFolder(), "a file where the folder belongs");
+    EXPECT_FALSE(FileIndex::directoryExists());
     EXPECT_EQ(create(u"Trip"_s), std::unexpected(WriteError::writeFailed));
     EXPECT_EQ(test::readFile(test::shortcutFolder()), "a file where the folder belongs");
     ASSERT_TRUE(QFile::remove(test::shortcutFolder()));
