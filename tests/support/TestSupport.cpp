@@ -20,25 +20,12 @@ namespace pindle::test {
 
 namespace {
 
-// A test may leave folders it made unreadable, and names that are not UTF-8, which QDir can't
-// remove; they are emptied all the same.
-void makeRemovable(const std::filesystem::path &path)
-{
-    std::error_code error;
-    std::filesystem::permissions(path, std::filesystem::perms::owner_all,
-                                 std::filesystem::perm_options::add, error);
-    for (const auto &entry : std::filesystem::directory_iterator(path, error)) {
-        if (entry.is_directory(error) && !entry.is_symlink(error))
-            makeRemovable(entry.path());
-    }
-}
-
+// Through std::filesystem, which also removes the names that are not UTF-8 some tests make.
 class EmptyHome : public testing::EmptyTestEventListener
 {
     void OnTestStart(const testing::TestInfo &) override
     {
         const std::filesystem::path home = QFile::encodeName(homePath()).toStdString();
-        makeRemovable(home);
         std::error_code error;
         const std::vector<std::filesystem::directory_entry> entries(
             std::filesystem::directory_iterator(home, error), {});
@@ -91,9 +78,7 @@ QByteArray readFile(const QString &path)
 QString writeWebloc(const QString &name, const QString &url)
 {
     const QString path = shortcutFolder() + u'/' + name + QStringLiteral(".webloc");
-    writeFile(path, QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist "
-                                      "PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-                                      "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    writeFile(path, QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                                       "<plist version=\"1.0\"><dict><key>URL</key><string>") +
                         url.toHtmlEscaped().toUtf8() +
                         QByteArrayLiteral("</string></dict></plist>\n"));

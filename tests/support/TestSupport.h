@@ -21,7 +21,7 @@ QString inFolder(const QString &name);
 // Writes bytes to path, creating parent folders; fails the test when it can't.
 void writeFile(const QString &path, const QByteArray &bytes);
 QByteArray readFile(const QString &path);
-// Writes <shortcut folder>/<name>.webloc pointing at url, as browsers do; returns its path.
+// Writes <shortcut folder>/<name>.webloc pointing at url; returns its path.
 QString writeWebloc(const QString &name, const QString &url);
 
 // Replaces the file at path by a regular file, then by a pipe, and so on until destroyed, each

@@ -1,3 +1,6 @@
+// What the shortcut readers take from a file, and folders whose files are built to hurt: bombs
+// that expand beyond any shortcut, pipes, devices, links, names that are not UTF-8, garbage.
+
 #include "core/FileIndex.h"
 #include "core/LocalPath.h"
 #include "core/ShortcutURL.h"
@@ -5,6 +8,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QMimeDatabase>
 #include <QRandomGenerator>
 
 #include <gtest/gtest.h>
@@ -29,15 +33,15 @@ QByteArray bigEndian(quint64 value, int size)
 }
 
 // A binary list of the given objects, object 0 at the top, with references of refSize bytes.
-QByteArray binaryPlist(const QList<QByteArray> &objects, char refSize = 2)
+QByteArray binaryPlist(const QList<QByteArray> &objects, char refSize = 2, char offsetSize = 4)
 {
     QByteArray bytes = "bplist00";
     QByteArray offsets;
     for (const QByteArray &object : objects) {
-        offsets += bigEndian(quint64(bytes.size()), 4);
+        offsets += bigEndian(quint64(bytes.size()), offsetSize);
         bytes += object;
     }
-    return bytes + offsets + QByteArray(6, '\0') + '\x04' + refSize +
+    return bytes + offsets + QByteArray(6, '\0') + offsetSize + refSize +
            bigEndian(quint64(objects.size()), 8) + bigEndian(0, 8) +
            bigEndian(quint64(bytes.size()), 8);
 }
@@ -55,8 +59,72 @@ QList<QByteArray> shortcutHolding(const QList<QByteArray> &rest)
            rest;
 }
 
-// Objects that refer to the same children again and again, or to one long text many times, are
-// cheap on disk and enormous once expanded; the reader refuses them before building anything.
+QByteArray xmlPlist(const QByteArray &root)
+{
+    return "<plist version=\"1.0\">" + root + "</plist>\n";
+}
+
+TEST(ShortcutReaders, ReadOnlyTheirOwnFormatsAndGiveTheRowsSubtitle)
+{
+    const std::optional<QString> none;
+    const QByteArray bom = "\xEF\xBB\xBF";
+    // As browsers write them; the binary one as small as the format allows, with one-byte
+    // references and offsets.
+    const QByteArray webloc = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC "
+                              "\"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/"
+                              "PropertyList-1.0.dtd\">\n" +
+                              xmlPlist("<dict><key>Other</key><integer>1</integer><key>URL</key>"
+                                       "<string>https://a/?b&amp;c</string></dict>");
+    const QByteArray binary = binaryPlist(
+        {"\xD2\x01\x02\x03\x04", "\x53URL", "\x55Other", "\x5Ehttps://a/?b&c", "\x10\x01"}, 1, 1);
+    const QByteArray binaryNumber =
+        binaryPlist({"\xD1\x01\x02", "\x53URL", "\x23" + bigEndian(0x4008000000000000, 8)}, 1, 1);
+    QList<std::tuple<QString, QByteArray, std::optional<QString>>> cases = {
+        // Property lists: only a string under "URL" in a root dictionary, as it stands.
+        {u"xml.webloc"_s, webloc, u"https://a/?b&c"_s},
+        {u"Home.WEBLOC"_s, bom + webloc, u"https://a/?b&c"_s},
+        {u"binary.inetloc"_s, binary, u"https://a/?b&c"_s},
+        {u"bom.webloc"_s, bom + binary, u"https://a/?b&c"_s},
+        {u"as-is.webloc"_s, xmlPlist("<dict><key>URL</key><string> x </string></dict>"), u" x "_s},
+        {u"empty.webloc"_s, xmlPlist("<dict><key>URL</key><string/></dict>"), QString()},
+        {u"array.webloc"_s, xmlPlist("<array><string>https://a/</string></array>"), none},
+        {u"number.inetloc"_s, binaryNumber, none},
+        {u"lower.webloc"_s, xmlPlist("<dict><key>url</key><string>https://a/</string></dict>"),
+         none},
+        {u"ini.webloc"_s, "[InternetShortcut]\nURL=https://a/\n", none},
+        {u"plist.url"_s, webloc, none},
+        // Ini files: the first URL line, in any section and case, trimmed of blanks.
+        {u"1.url"_s, "[InternetShortcut]\r\nURL=https://a/b?c=d\r\n", u"https://a/b?c=d"_s},
+        {u"2.URL"_s, bom + "[Other]\n \t url=\t https://a/ \xC2\xA0\t", u"https://a/"_s},
+        {u"3.url"_s, "BASEURL=https://b/\nURL = https://c/\nURL=https://a/", u"https://a/"_s},
+        {u"4.url"_s, "URL=\xCC\x81https://b/\nURL=https://a/", u"https://a/"_s},
+        {u"5.url"_s, "URL=\r\nURL=https://a/", none},
+        {u"6.url"_s, "[InternetShortcut]\nIconIndex=0\n", none},
+        // Windows-1252 is not UTF-8: read as ISO Latin-1, where 0x85 ends a line.
+        {u"7.url"_s, "URL=https://a/caf\xE9\x85tail", u"https://a/caf\u00E9"_s},
+    };
+    for (const char *newline : {"\n", "\v", "\f", "\r", "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"})
+        cases.append({u"nl"_s + QString::number(cases.size()) + u".url"_s,
+                      QByteArray("x") + newline + "URL=https://a/" + newline + "tail",
+                      u"https://a/"_s});
+    for (const auto &[name, bytes, expected] : cases) {
+        test::writeFile(inFolder(name), bytes);
+        EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(inFolder(name))), expected)
+            << name.toStdString();
+    }
+    // A row's subtitle: the target, else the type's description, else nothing.
+    test::writeFile(inFolder(u"notes.txt"_s), "notes\n");
+    const QString textKind = QMimeDatabase().mimeTypeForName(u"text/plain"_s).comment();
+    EXPECT_FALSE(textKind.isEmpty());
+    EXPECT_EQ(ShortcutURL::subtitle(QUrl::fromLocalFile(inFolder(u"xml.webloc"_s))),
+              u"https://a/?b&c"_s);
+    EXPECT_EQ(ShortcutURL::subtitle(QUrl::fromLocalFile(inFolder(u"array.webloc"_s))),
+              u"Web location"_s);
+    EXPECT_EQ(ShortcutURL::subtitle(QUrl::fromLocalFile(inFolder(u"empty.webloc"_s))), QString());
+    EXPECT_EQ(ShortcutURL::subtitle(QUrl::fromLocalFile(inFolder(u"notes.txt"_s))), textKind);
+    EXPECT_EQ(ShortcutURL::subtitle(QUrl::fromLocalFile(inFolder(u"missing.txt"_s))), QString());
+}
+
 TEST(HostileFolder, PropertyListsThatExpandBeyondAnyShortcutHaveNoTarget)
 {
     QList<QByteArray> doubling;
@@ -87,8 +155,6 @@ TEST(HostileFolder, PropertyListsThatExpandBeyondAnyShortcutHaveNoTarget)
             << name.toStdString();
 }
 
-// Sync clients replace files at any time: a file that turns into a pipe between the scan and
-// the drawing of its row, or between a look at it and its opening, must not stall the row.
 TEST(HostileFolder, FilesSwappedForPipesStallNothing)
 {
     ::alarm(30); // an open that waits for a writer would hang; the alarm ends the test instead
