@@ -105,16 +105,10 @@ TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
 {
     const QStringList names = generatedNames(1500, 7);
     const QList<IndexedFile> files = preparedList(names);
+    // Records made elsewhere than in a scan come without search data.
     QList<IndexedFile> unprepared;
-    QList<IndexedFile> renamed;
-    for (qsizetype i = 0; i < files.size(); ++i) {
+    for (qsizetype i = 0; i < files.size(); ++i)
         unprepared.push_back(record(names[i], i));
-        // Prepared for another name, then renamed: the stale data must not be used.
-        IndexedFile file = prepared(names[(i + 1) % names.size()], i);
-        file.displayName = names[i];
-        file.url = unprepared.back().url;
-        renamed.push_back(file);
-    }
     // Typed one character at a time into one session, as a panel does, so that each key stroke
     // searches only what passed before.
     SearchSession session;
@@ -132,9 +126,8 @@ TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
         EXPECT_EQ(rows(FileIndex::search(query, files, files.size())), all);
         EXPECT_EQ(rows(FileIndex::search(query, files, 100)),
                   all.first(std::min(100, int(all.size()))));
-        for (const QList<IndexedFile> &list : {unprepared, renamed})
-            EXPECT_EQ(rows(FileIndex::search(query, list, 8)),
-                      all.first(std::min(8, int(all.size()))));
+        EXPECT_EQ(rows(FileIndex::search(query, unprepared, 8)),
+                  all.first(std::min(8, int(all.size()))));
     }
 }
 
@@ -151,37 +144,6 @@ TEST(PreparedSearch, letsTheLastNameIntoAFullList)
     for (const auto &[names, query] : cases)
         EXPECT_EQ(namesOf(FileIndex::search(query, preparedList(names), 1)),
                   QStringList{names.last()});
-}
-
-// A panel's session is handed the new list a rescan makes while the query grows.
-TEST(PreparedSearch, aSessionSearchesTheListItIsGivenAtEachKeyStroke)
-{
-    SearchSession session;
-    EXPECT_EQ(namesOf(FileIndex::search(u"a"_s, preparedList({u"Alpha"_s, u"Beta"_s}), 8, session)),
-              (QStringList{u"Alpha"_s, u"Beta"_s}));
-    const QList<IndexedFile> rescanned = preparedList({u"Beta"_s, u"Amber"_s, u"Alpha"_s});
-    EXPECT_EQ(namesOf(FileIndex::search(u"am"_s, rescanned, 8, session)), QStringList{u"Amber"_s});
-}
-
-// Only exact targets match, up to canonical equivalence (the Kelvin sign is a plain "K"), in
-// list order; a file that is no shortcut or can't be read has none.
-TEST(UrlMatching, findsExactTargetsOnlyInListOrder)
-{
-    const std::pair<QString, QByteArray> written[] = {
-        {u"Ascii.url"_s, "URL=https://host/K"}, {u"Slash.url"_s, "URL=https://host/K/"},
-        {u"Plain.url"_s, "URL=http://host/K"},  {u"Upper.url"_s, "URL=HTTPS://HOST/K"},
-        {u"Lower.url"_s, "URL=https://host/k"}, {u"notes.txt"_s, "https://host/K"},
-        {u"broken.webloc"_s, "<plist><dict>"},  {u"Sign.url"_s, "URL=https://host/\xE2\x84\xAA"}};
-    QList<IndexedFile> files;
-    for (const auto &[name, bytes] : written) {
-        test::writeFile(test::inFolder(name), bytes);
-        files.append(IndexedFile{QUrl::fromLocalFile(test::inFolder(name)), name});
-    }
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/\u212A \r\n"_s, files, 6)),
-              (QStringList{u"Ascii.url"_s, u"Sign.url"_s}));
-    EXPECT_EQ(namesOf(FileIndex::matching(u"https://host/K"_s, files, 1)),
-              QStringList{u"Ascii.url"_s});
-    EXPECT_TRUE(FileIndex::matching(u" \n\t"_s, files, 6).isEmpty());
 }
 
 } // namespace

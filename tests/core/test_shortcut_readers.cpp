@@ -85,19 +85,15 @@ TEST(ShortcutReaders, ReadOnlyTheirOwnFormatsAndGiveTheRowsSubtitle)
         {u"Home.WEBLOC"_s, bom + webloc, u"https://a/?b&c"_s},
         {u"binary.inetloc"_s, binary, u"https://a/?b&c"_s},
         {u"bom.webloc"_s, bom + binary, u"https://a/?b&c"_s},
-        {u"as-is.webloc"_s, xmlPlist("<dict><key>URL</key><string> x </string></dict>"), u" x "_s},
         {u"empty.webloc"_s, xmlPlist("<dict><key>URL</key><string/></dict>"), QString()},
         {u"array.webloc"_s, xmlPlist("<array><string>https://a/</string></array>"), none},
         {u"number.inetloc"_s, binaryNumber, none},
-        {u"lower.webloc"_s, xmlPlist("<dict><key>url</key><string>https://a/</string></dict>"),
-         none},
         {u"ini.webloc"_s, "[InternetShortcut]\nURL=https://a/\n", none},
         {u"plist.url"_s, webloc, none},
         // Ini files: the first URL line, in any section and case, trimmed of blanks.
         {u"1.url"_s, "[InternetShortcut]\r\nURL=https://a/b?c=d\r\n", u"https://a/b?c=d"_s},
         {u"2.URL"_s, bom + "[Other]\n \t url=\t https://a/ \xC2\xA0\t", u"https://a/"_s},
         {u"3.url"_s, "BASEURL=https://b/\nURL = https://c/\nURL=https://a/", u"https://a/"_s},
-        {u"4.url"_s, "URL=\xCC\x81https://b/\nURL=https://a/", u"https://a/"_s},
         {u"5.url"_s, "URL=\r\nURL=https://a/", none},
         {u"6.url"_s, "[InternetShortcut]\nIconIndex=0\n", none},
         // Windows-1252 is not UTF-8: read as ISO Latin-1, where 0x85 ends a line.
@@ -107,22 +103,20 @@ TEST(ShortcutReaders, ReadOnlyTheirOwnFormatsAndGiveTheRowsSubtitle)
         cases.append({u"nl"_s + QString::number(cases.size()) + u".url"_s,
                       QByteArray("x") + newline + "URL=https://a/" + newline + "tail",
                       u"https://a/"_s});
+    const auto url = [](const QString &name) { return QUrl::fromLocalFile(inFolder(name)); };
     for (const auto &[name, bytes, expected] : cases) {
         test::writeFile(inFolder(name), bytes);
-        EXPECT_EQ(ShortcutURL::target(QUrl::fromLocalFile(inFolder(name))), expected)
-            << name.toStdString();
+        EXPECT_EQ(ShortcutURL::target(url(name)), expected) << name.toStdString();
     }
     // A row's subtitle: the target, else the type's description, else nothing.
     test::writeFile(inFolder(u"notes.txt"_s), "notes\n");
     const QString textKind = QMimeDatabase().mimeTypeForName(u"text/plain"_s).comment();
     EXPECT_FALSE(textKind.isEmpty());
-    EXPECT_EQ(ShortcutURL::subtitle(QUrl::fromLocalFile(inFolder(u"xml.webloc"_s))),
-              u"https://a/?b&c"_s);
-    EXPECT_EQ(ShortcutURL::subtitle(QUrl::fromLocalFile(inFolder(u"array.webloc"_s))),
-              u"Web location"_s);
-    EXPECT_EQ(ShortcutURL::subtitle(QUrl::fromLocalFile(inFolder(u"empty.webloc"_s))), QString());
-    EXPECT_EQ(ShortcutURL::subtitle(QUrl::fromLocalFile(inFolder(u"notes.txt"_s))), textKind);
-    EXPECT_EQ(ShortcutURL::subtitle(QUrl::fromLocalFile(inFolder(u"missing.txt"_s))), QString());
+    EXPECT_EQ(ShortcutURL::subtitle(url(u"xml.webloc"_s)), u"https://a/?b&c"_s);
+    EXPECT_EQ(ShortcutURL::subtitle(url(u"array.webloc"_s)), u"Web location"_s);
+    EXPECT_EQ(ShortcutURL::subtitle(url(u"empty.webloc"_s)), QString());
+    EXPECT_EQ(ShortcutURL::subtitle(url(u"notes.txt"_s)), textKind);
+    EXPECT_EQ(ShortcutURL::subtitle(url(u"missing.txt"_s)), QString());
 }
 
 TEST(HostileFolder, PropertyListsThatExpandBeyondAnyShortcutHaveNoTarget)

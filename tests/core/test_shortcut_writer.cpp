@@ -111,25 +111,16 @@ TEST(ShortcutWriter, ClearsTemporariesLeftByKilledWriters)
         ::_exit(0);
     ASSERT_EQ(::waitpid(child, nullptr, 0), child);
     const QString liveWriter = u".pindle-"_s + QString::number(::getpid()) + u"-2x.tmp"_s;
+    for (const QString &name :
+         {u".pindle-"_s + QString::number(child) + u"-1x.tmp"_s, liveWriter, u".pindle-fresh.tmp"_s,
+          u".pindle-old.tmp"_s, u"pindle-old.tmp"_s, u".pindle-old.tmp.keep"_s, u"target"_s})
+        test::writeFile(inFolder(name), "leftover");
     ASSERT_TRUE(QDir().mkpath(inFolder(u".pindle-folder.tmp"_s)));
     ASSERT_TRUE(QFile::link(inFolder(u"target"_s), inFolder(u".pindle-link.tmp"_s)));
     const timespec anHourAgo[2] = {{::time(nullptr) - 3600, 0}, {::time(nullptr) - 3600, 0}};
-    // Name, and whether it is an hour old.
-    for (const auto &[name, isOld] :
-         {std::pair{u".pindle-"_s + QString::number(child) + u"-1x.tmp"_s, false},
-          {liveWriter, false},
-          {u".pindle-fresh.tmp"_s, false},
-          {u".pindle-old.tmp"_s, true},
-          {u"pindle-old.tmp"_s, true},
-          {u".pindle-old.tmp.keep"_s, true},
-          {u"target"_s, true},
-          {u".pindle-folder.tmp"_s, true}}) {
-        if (!name.endsWith(u"folder.tmp"_s))
-            test::writeFile(inFolder(name), "leftover");
-        if (isOld) {
-            ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(inFolder(name)), anHourAgo, 0), 0);
-        }
-    }
+    for (const QString &name : {u".pindle-old.tmp"_s, u"pindle-old.tmp"_s,
+                                u".pindle-old.tmp.keep"_s, u"target"_s, u".pindle-folder.tmp"_s})
+        ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(inFolder(name)), anHourAgo, 0), 0);
 
     ASSERT_TRUE(create(u"New"_s).has_value());
     EXPECT_EQ(folderEntries(),
