@@ -1,6 +1,6 @@
 // The matcher against a slow model that tries every alignment, built from ICU alone, on random
-// short strings of characters that stress the Unicode rules; then worked examples the model
-// can't reach (long names, which of equal sources a jump takes), written as sums of the rule.
+// short strings of characters that stress the Unicode rules. The model writes each score out as
+// the sum the rule makes of it.
 
 #include "core/FuzzyMatch.h"
 #include "core/MatchScores.h"
@@ -69,13 +69,13 @@ struct Model
         for (size_t j = 0; j < original.size(); ++j) {
             double base = 0;
             if (j == 0)
-                base = 12;
+                base = MatchScores::startBonus;
             else if (original[j - 1].size() == 1 &&
                      u" -_./\\:,()[]{}@+&'\"#~"_s.contains(original[j - 1]))
-                base = 10;
+                base = MatchScores::afterSeparatorBonus;
             else if (Unicode::isLowercase(original[j - 1]) && Unicode::isUppercase(original[j]))
-                base = 9;
-            bonus.push_back(base + 1);
+                base = MatchScores::camelHumpBonus;
+            bonus.push_back(base + MatchScores::positionBonus);
             isStart.push_back(base > 0);
             isLetter.push_back(Unicode::isLetter(original[j]));
         }
@@ -96,8 +96,8 @@ struct Model
             sum += bonus[size_t(p[i])];
             const qsizetype from = i == 0 ? 0 : p[i - 1] + 1;
             if (i > 0 && p[i] == from)
-                sum += 15;
-            sum -= 0.5 * double(p[i] - from);
+                sum += MatchScores::consecutiveBonus;
+            sum -= MatchScores::gapPenalty * double(p[i] - from);
             for (qsizetype k = from; i > 0 && !isStart[size_t(p[i])] && k < p[i]; ++k)
                 if (isLetter[size_t(k)])
                     return std::nullopt;
@@ -162,7 +162,7 @@ TEST(MatcherAgainstModel, agreesOnRandomShortStrings)
         if (!actual)
             continue;
         ++matched;
-        EXPECT_EQ(actual->score, expected->first - 0.05 * double(model.n()));
+        EXPECT_EQ(actual->score, expected->first - MatchScores::lengthPenalty * double(model.n()));
         // The positions must be an allowed alignment with that very total, ending leftmost.
         const std::vector<qsizetype> positions(actual->positions.begin(), actual->positions.end());
         EXPECT_EQ(model.total(positions), std::optional<double>(expected->first));
@@ -171,40 +171,6 @@ TEST(MatcherAgainstModel, agreesOnRandomShortStrings)
     }
     // Guard against a generator that stops producing matches.
     EXPECT_GT(matched, 1000);
-}
-
-TEST(MatcherExamples, scoreAsTheirSumsAndPlaceAsTheRuleSays)
-{
-    using namespace MatchScores;
-    // What a query character earns where it lands, by the word bonus of that position.
-    constexpr double afterSeparator = afterSeparatorBonus + positionBonus;
-    constexpr double plain = positionBonus;
-    const auto gap = [](int skipped) { return -gapPenalty * skipped; };
-    const auto length = [](int n) { return -lengthPenalty * n; };
-    struct Example
-    {
-        QString query, candidate;
-        double score;
-        QList<qsizetype> positions;
-    };
-    const Example examples[] = {
-        // A jump takes the earliest of equal sources onto a word start, the latest elsewhere.
-        {u"ab"_s,
-         u"-a-a-b"_s,
-         gap(1) + afterSeparator + gap(3) + afterSeparator + length(6),
-         {1, 5}},
-        {u"1b"_s, u"*1*1*b"_s, gap(3) + plain + gap(1) + plain + length(6), {3, 5}},
-        // Of equal totals the leftmost end, however far the other.
-        {u"a"_s, u"xa"_s + QString(18, u'b') + u"-a"_s, gap(1) + plain + length(22), {1}},
-    };
-    for (const Example &example : examples) {
-        SCOPED_TRACE(example.query.toStdString() + " in " + example.candidate.toStdString());
-        const std::optional<FuzzyMatch::Result> result =
-            FuzzyMatch::match(example.query, example.candidate);
-        ASSERT_TRUE(result.has_value());
-        EXPECT_NEAR(result->score, example.score, 1e-9);
-        EXPECT_EQ(result->positions, example.positions);
-    }
 }
 
 } // namespace

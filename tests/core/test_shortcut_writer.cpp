@@ -8,13 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include <ctime>
-#include <fcntl.h>
 #include <latch>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -100,34 +95,6 @@ TEST(ShortcutWriter, OfTwoWritersRacingForANameTheLoserFindsItTaken)
         ASSERT_NE(results[0].has_value(), results[1].has_value()) << round;
         EXPECT_EQ((results[0] ? results[1] : results[0]).error(), WriteError::alreadyExists);
     }
-}
-
-// A temporary file is removed by the next save once its writer is gone or it is too old for any
-// writer to hold; anything else that merely looks like one stays.
-TEST(ShortcutWriter, ClearsTemporariesLeftByKilledWriters)
-{
-    const pid_t child = ::fork();
-    if (child == 0)
-        ::_exit(0);
-    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-    const QString liveWriter = u".pindle-"_s + QString::number(::getpid()) + u"-2x.tmp"_s;
-    for (const QString &name :
-         {u".pindle-"_s + QString::number(child) + u"-1x.tmp"_s, liveWriter, u".pindle-fresh.tmp"_s,
-          u".pindle-old.tmp"_s, u"pindle-old.tmp"_s, u".pindle-old.tmp.keep"_s, u"target"_s})
-        test::writeFile(inFolder(name), "leftover");
-    ASSERT_TRUE(QDir().mkpath(inFolder(u".pindle-folder.tmp"_s)));
-    ASSERT_TRUE(QFile::link(inFolder(u"target"_s), inFolder(u".pindle-link.tmp"_s)));
-    const timespec anHourAgo[2] = {{::time(nullptr) - 3600, 0}, {::time(nullptr) - 3600, 0}};
-    for (const QString &name : {u".pindle-old.tmp"_s, u"pindle-old.tmp"_s,
-                                u".pindle-old.tmp.keep"_s, u"target"_s, u".pindle-folder.tmp"_s})
-        ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(inFolder(name)), anHourAgo, 0), 0);
-
-    ASSERT_TRUE(create(u"New"_s).has_value());
-    EXPECT_EQ(folderEntries(),
-              QStringList({liveWriter, u".pindle-folder.tmp"_s, u".pindle-fresh.tmp"_s,
-                           u".pindle-link.tmp"_s, u".pindle-old.tmp.keep"_s, u"New.webloc"_s,
-                           u"pindle-old.tmp"_s, u"target"_s}));
-    EXPECT_EQ(test::readFile(inFolder(u"target"_s)), "leftover");
 }
 
 } // namespace
