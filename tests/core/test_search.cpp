@@ -19,23 +19,13 @@ using namespace pindle;
 
 namespace {
 
-IndexedFile record(const QString &name, qsizetype number)
-{
-    return IndexedFile{QUrl::fromLocalFile(u"/shortcuts/%1/"_s.arg(number) + name), name};
-}
-
-IndexedFile prepared(const QString &name, qsizetype number)
-{
-    IndexedFile file = record(name, number);
-    file.prepared = detail::NameBatch(1).prepare(name, Collation::sortKey(name));
-    return file;
-}
-
+// Records as a scan makes them, with their search data.
 QList<IndexedFile> preparedList(const QStringList &names)
 {
     QList<IndexedFile> files;
     for (const QString &name : names)
-        files.push_back(prepared(name, files.size()));
+        files.push_back({QUrl::fromLocalFile(u"/shortcuts/%1/"_s.arg(files.size()) + name), name,
+                         detail::NameBatch(1).prepare(name, Collation::sortKey(name))});
     return files;
 }
 
@@ -98,9 +88,9 @@ TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)
     const QStringList names = generatedNames(1500, 7);
     const QList<IndexedFile> files = preparedList(names);
     // Records made elsewhere than in a scan come without search data.
-    QList<IndexedFile> unprepared;
-    for (qsizetype i = 0; i < files.size(); ++i)
-        unprepared.push_back(record(names[i], i));
+    QList<IndexedFile> unprepared = files;
+    for (IndexedFile &file : unprepared)
+        file.prepared = nullptr;
     // Typed one character at a time into one session, as a panel does, so that each key stroke
     // searches only what passed before.
     SearchSession session;
