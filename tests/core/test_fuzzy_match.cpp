@@ -1,6 +1,5 @@
-// The matcher against a slow model that tries every alignment, built from ICU alone, on random
-// short strings of characters that stress the Unicode rules. The model writes each score out as
-// the sum the rule makes of it.
+// The matcher against a slow model that tries every alignment, built from ICU alone and scoring
+// each as the sum of the rule, on random short strings that stress the Unicode rules.
 
 #include "core/FuzzyMatch.h"
 #include "core/MatchScores.h"

@@ -78,9 +78,8 @@ QStringList generatedNames(int count, unsigned seed)
         names.push_back(name);
     }
     // Same names listed twice, so that list order has to break ties.
-    names.push_back(names.front());
-    names.push_back(names.front());
-    return names;
+    const QString first = names.front();
+    return names << first << first;
 }
 
 TEST(PreparedSearch, returnsWhatThePlainMatcherAndOrderReturn)

@@ -147,11 +147,13 @@ TEST(HostileFolder, NothingHangsCrashesOrHasATarget)
         ASSERT_EQ(::write(fd, bytes.constData(), size_t(bytes.size())), bytes.size());
         ::close(fd);
     };
-    // Names that are not UTF-8 can't be spelled in text; their records still name those files.
+    // Names that are not UTF-8, or that hold what a URL reads as its own (# ? %), still name
+    // their files in their records.
     write("fin\xE9.url", "URL=https://a/");
-    write("nest\xE9 100%.webloc", "<plist><dict><key>x</key>" + QByteArray("<array>").repeated(20) +
-                                      QByteArray("</array>").repeated(20) +
-                                      "<key>URL</key><string>https://n/</string></dict></plist>");
+    write("nest\xE9 #1 ?100%.webloc",
+          "<plist><dict><key>x</key>" + QByteArray("<array>").repeated(20) +
+              QByteArray("</array>").repeated(20) +
+              "<key>URL</key><string>https://n/</string></dict></plist>");
     // Lists that refer to the same children again and again (a million leaves: slow, but within
     // reach unguarded), or to one long text many times, are cheap on disk and enormous once
     // expanded: the reader refuses them before building anything. Small, the shapes read.
@@ -189,9 +191,10 @@ TEST(HostileFolder, NothingHangsCrashesOrHasATarget)
         listed.append(file.displayName + (target ? u" -> "_s + *target : QString()));
         ShortcutURL::subtitle(file.url);
     }
-    EXPECT_EQ(listed, QStringList({u"big"_s, u"deep"_s, u"deep"_s, u"doubling"_s,
-                                   u"fin\uFFFD -> https://a/"_s, u"nest\uFFFD 100% -> https://n/"_s,
-                                   u"references"_s, u"repeated"_s, u"small -> https://bomb/"_s}));
+    EXPECT_EQ(listed,
+              QStringList({u"big"_s, u"deep"_s, u"deep"_s, u"doubling"_s,
+                           u"fin\uFFFD -> https://a/"_s, u"nest\uFFFD #1 ?100% -> https://n/"_s,
+                           u"references"_s, u"repeated"_s, u"small -> https://bomb/"_s}));
     for (const char *unlisted :
          {"pipe.url", "pipelink.webloc", "zero.url", "dangling.url", "loop.url"}) {
         const QUrl file = QUrl::fromLocalFile(inFolder(QString::fromUtf8(unlisted)));
