@@ -23,23 +23,17 @@ icu::UnicodeString icuText(const QString &text)
     return {false, reinterpret_cast<const char16_t *>(text.utf16()), int32_t(text.size())};
 }
 
-QString qtText(const icu::UnicodeString &text)
-{
-    return QString::fromUtf16(text.getBuffer(), text.length());
-}
-
 // Extended grapheme clusters, as ICU's iterator finds them over the whole text.
-std::vector<QString> characters(const QString &text)
+std::vector<QString> characters(const icu::UnicodeString &text)
 {
     UErrorCode status = U_ZERO_ERROR;
     const std::unique_ptr<icu::BreakIterator> breaks(
         icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-    const icu::UnicodeString source = icuText(text);
-    breaks->setText(source);
+    breaks->setText(text);
     std::vector<QString> result;
     for (int32_t from = 0, to = breaks->next(); to != icu::BreakIterator::DONE;
          from = to, to = breaks->next())
-        result.push_back(text.mid(from, to - from));
+        result.push_back(QString::fromUtf16(text.getBuffer() + from, to - from));
     return result;
 }
 
@@ -49,8 +43,10 @@ std::vector<QString> comparable(const QString &text)
     UErrorCode status = U_ZERO_ERROR;
     const icu::Normalizer2 *nfd = icu::Normalizer2::getNFDInstance(status);
     std::vector<QString> result;
-    for (const QString &c : characters(qtText(icuText(text).toLower(icu::Locale::getRoot()))))
-        result.push_back(qtText(nfd->normalize(icuText(c), status)));
+    for (const QString &c : characters(icuText(text).toLower(icu::Locale::getRoot()))) {
+        const icu::UnicodeString decomposed = nfd->normalize(icuText(c), status);
+        result.push_back(QString::fromUtf16(decomposed.getBuffer(), decomposed.length()));
+    }
     return result;
 }
 
@@ -64,7 +60,7 @@ struct Model
     Model(const QString &q, const QString &candidate)
         : query(comparable(q)), lowered(comparable(candidate))
     {
-        const std::vector<QString> original = characters(candidate);
+        const std::vector<QString> original = characters(icuText(candidate));
         for (size_t j = 0; j < original.size(); ++j) {
             double base = 0;
             if (j == 0)
@@ -122,9 +118,8 @@ struct Model
     }
 };
 
-// Letters in both cases, digits, separators, composed and decomposed accents, characters whose
-// case mapping changes length, titlecase, final sigma, emoji with a modifier or joiner, flags, a
-// lone combining mark, Hangul jamo, a prepend and a spacing mark, CR, LF and CRLF.
+// Letters of both cases, digits, separators, accents both ways, case mappings that change length,
+// titlecase, final sigma, emoji, flags, lone marks, jamo, prepend, spacing mark, CR and LF.
 const QStringList pieces =
     u"a|b|A|B|x|1|2| |-|_|.|/|\t|\u00A0|\u00E9|e\u0301|E\u0301|\u00C9|\u0130|i|\u00DF|\u1E9E|"
     u"\u01C5|\u01C6|\u01C4|\U0001F44D\U0001F3FD|\U0001F44D|\u0301|\u03A3|\u03C3|\u212A|k|\r\n|"

@@ -65,7 +65,6 @@ QByteArray xmlPlist(const QByteArray &root)
 
 TEST(ShortcutReaders, ReadOnlyTheirOwnFormatsAndGiveTheRowsSubtitle)
 {
-    const std::optional<QString> none;
     const QByteArray bom = "\xEF\xBB\xBF";
     // As browsers write them; the binary one as small as the format allows, with one-byte
     // references and offsets.
@@ -85,16 +84,16 @@ TEST(ShortcutReaders, ReadOnlyTheirOwnFormatsAndGiveTheRowsSubtitle)
         {u"binary.inetloc"_s, binary, u"https://a/?b&c"_s},
         {u"bom.webloc"_s, bom + binary, u"https://a/?b&c"_s},
         {u"empty.webloc"_s, xmlPlist("<dict><key>URL</key><string/></dict>"), QString()},
-        {u"array.webloc"_s, xmlPlist("<array><string>https://a/</string></array>"), none},
-        {u"number.inetloc"_s, binaryNumber, none},
-        {u"ini.webloc"_s, "[InternetShortcut]\nURL=https://a/\n", none},
-        {u"plist.url"_s, webloc, none},
+        {u"array.webloc"_s, xmlPlist("<array><string>https://a/</string></array>"), std::nullopt},
+        {u"number.inetloc"_s, binaryNumber, std::nullopt},
+        {u"ini.webloc"_s, "[InternetShortcut]\nURL=https://a/\n", std::nullopt},
+        {u"plist.url"_s, webloc, std::nullopt},
         // Ini files: the first URL line, in any section and case, trimmed of blanks.
         {u"1.url"_s, "[InternetShortcut]\r\nURL=https://a/b?c=d\r\n", u"https://a/b?c=d"_s},
         {u"2.URL"_s, bom + "[Other]\n \t url=\t https://a/ \xC2\xA0\t", u"https://a/"_s},
         {u"3.url"_s, "BASEURL=https://b/\nURL = https://c/\nURL=https://a/", u"https://a/"_s},
-        {u"5.url"_s, "URL=\r\nURL=https://a/", none},
-        {u"6.url"_s, "[InternetShortcut]\nIconIndex=0\n", none},
+        {u"5.url"_s, "URL=\r\nURL=https://a/", std::nullopt},
+        {u"6.url"_s, "[InternetShortcut]\nIconIndex=0\n", std::nullopt},
         // Windows-1252 is not UTF-8: read as ISO Latin-1, where 0x85 ends a line.
         {u"7.url"_s, "URL=https://a/caf\xE9\x85tail", u"https://a/caf\u00E9"_s},
     };

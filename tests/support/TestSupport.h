@@ -12,11 +12,9 @@ namespace pindle::test {
 // every case starts from a fresh folder whether the cases of a program run in one process or
 // in one each. HOME keeps its path: the folder the scan reads is computed from it once.
 void emptyHomeBeforeEachTest();
-// HOME, a temporary folder of this test process.
 QString homePath();
 // $HOME/conflocal/urls, the folder the scan reads.
 QString shortcutFolder();
-// The path of name in the shortcut folder.
 QString inFolder(const QString &name);
 // Writes bytes to path, creating parent folders; fails the test when it can't.
 void writeFile(const QString &path, const QByteArray &bytes);
