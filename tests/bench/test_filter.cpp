@@ -44,9 +44,8 @@ QByteArray expectedOutput(const QString &query, const QByteArray &input)
 
 TEST(Filter, printsEveryMatchOfTheBenchmarkCorpusBestFirstWithTiesInInputOrder)
 {
-    // Ties of every kind: the same line again, other lines of the same score, canonically
-    // equivalent spellings; a CRLF line; the characters beyond ASCII that lowercase to ASCII
-    // ones; and a last line without its line break, long enough to end in a block of its own.
+    // Ties (the same line again, lines of one score, equivalent spellings), CRLF, characters
+    // beyond ASCII that lowercase to ASCII ones, and a long last line with no line break.
     const QByteArray tied = "ab 1\nxab\nab 2\ncaf\xC3\xA9 ab\ncafe\xCC\x81 ab\nab 1\nAB\r\nab 1\n"
                             "\xE2\x84\xAA"
                             "el\na\xCD\xBE"

@@ -150,8 +150,7 @@ TEST(MatcherAgainstModel, agreesOnRandomShortStrings)
             continue;
         const auto expected = model.best();
         const std::optional<FuzzyMatch::Result> actual = FuzzyMatch::match(query, candidate);
-        SCOPED_TRACE("query <" + query.toStdString() + "> candidate <" + candidate.toStdString() +
-                     ">");
+        SCOPED_TRACE((u"<"_s + query + u"> in <"_s + candidate + u'>').toStdString());
         ASSERT_EQ(actual.has_value(), expected.has_value());
         if (!actual)
             continue;

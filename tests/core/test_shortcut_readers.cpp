@@ -82,7 +82,6 @@ TEST(ShortcutReaders, ReadOnlyTheirOwnFormatsAndGiveTheRowsSubtitle)
         {u"xml.webloc"_s, webloc, u"https://a/?b&c"_s},
         {u"Home.WEBLOC"_s, bom + webloc, u"https://a/?b&c"_s},
         {u"binary.inetloc"_s, binary, u"https://a/?b&c"_s},
-        {u"bom.webloc"_s, bom + binary, u"https://a/?b&c"_s},
         {u"empty.webloc"_s, xmlPlist("<dict><key>URL</key><string/></dict>"), QString()},
         {u"array.webloc"_s, xmlPlist("<array><string>https://a/</string></array>"), std::nullopt},
         {u"number.inetloc"_s, binaryNumber, std::nullopt},

@@ -8,7 +8,10 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
+#include <fcntl.h>
 #include <latch>
+#include <sys/stat.h>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -95,6 +98,23 @@ TEST(ShortcutWriter, OfTwoWritersRacingForANameTheLoserFindsItTaken)
         ASSERT_NE(results[0].has_value(), results[1].has_value()) << round;
         EXPECT_EQ((results[0] ? results[1] : results[0]).error(), WriteError::alreadyExists);
     }
+}
+
+// A save clears a temporary too old for any writer to hold, and nothing that merely looks like one.
+TEST(ShortcutWriter, ClearsOldTemporariesAndNothingThatMerelyLooksLikeOne)
+{
+    const timespec anHourAgo[2] = {{::time(nullptr) - 3600, 0}, {::time(nullptr) - 3600, 0}};
+    for (const QString &name :
+         {u".pindle-old.tmp"_s, u"pindle-old.tmp"_s, u".pindle-old.tmp.keep"_s, u"target"_s}) {
+        test::writeFile(inFolder(name), "leftover");
+        ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(inFolder(name)), anHourAgo, 0), 0);
+    }
+    test::writeFile(inFolder(u".pindle-fresh.tmp"_s), "leftover");
+    ASSERT_TRUE(QFile::link(inFolder(u"target"_s), inFolder(u".pindle-link.tmp"_s)));
+    ASSERT_TRUE(create(u"New"_s).has_value());
+    EXPECT_EQ(folderEntries(),
+              QStringList({u".pindle-fresh.tmp"_s, u".pindle-link.tmp"_s, u".pindle-old.tmp.keep"_s,
+                           u"New.webloc"_s, u"pindle-old.tmp"_s, u"target"_s}));
 }
 
 } // namespace
