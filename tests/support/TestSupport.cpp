@@ -10,7 +10,6 @@
 
 #include <fcntl.h>
 #include <filesystem>
-#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -21,25 +20,12 @@ namespace pindle::test {
 
 namespace {
 
-// A test may leave folders it made unreadable, and names that are not UTF-8, which QDir can't
-// remove; they are emptied all the same.
-void makeRemovable(const std::filesystem::path &path)
-{
-    std::error_code error;
-    std::filesystem::permissions(path, std::filesystem::perms::owner_all,
-                                 std::filesystem::perm_options::add, error);
-    for (const auto &entry : std::filesystem::directory_iterator(path, error)) {
-        if (entry.is_directory(error) && !entry.is_symlink(error))
-            makeRemovable(entry.path());
-    }
-}
-
+// Through std::filesystem, which also removes the names that are not UTF-8 some tests make.
 class EmptyHome : public testing::EmptyTestEventListener
 {
     void OnTestStart(const testing::TestInfo &) override
     {
         const std::filesystem::path home = QFile::encodeName(homePath()).toStdString();
-        makeRemovable(home);
         std::error_code error;
         const std::vector<std::filesystem::directory_entry> entries(
             std::filesystem::directory_iterator(home, error), {});
@@ -92,43 +78,11 @@ QByteArray readFile(const QString &path)
 QString writeWebloc(const QString &name, const QString &url)
 {
     const QString path = shortcutFolder() + u'/' + name + QStringLiteral(".webloc");
-    writeFile(path, QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist "
-                                      "PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-                                      "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    writeFile(path, QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                                       "<plist version=\"1.0\"><dict><key>URL</key><string>") +
                         url.toHtmlEscaped().toUtf8() +
                         QByteArrayLiteral("</string></dict></plist>\n"));
     return path;
-}
-
-std::string generatedLines(int count, unsigned seed)
-{
-    // The pieces, one a line: words, separators, CR and tab; the Kelvin sign, the Greek question
-    // mark and varia; accents precomposed and combining, İ, ß, ǅ, an emoji with its skin tone,
-    // Japanese.
-    const std::string_view pieceList =
-        "news\nFeed\ngit\nHub\nkelvin\na;b\n`q`\nx\nn\nf\n \n-\n_\n/\n"
-        "2024\n\r\n\t\n"
-        "\xE2\x84\xAA\n\xCD\xBE\n\xE1\xBF\xAF\n"
-        "Caf\xC3\xA9\ncafe\xCC\x81\n\xC4\xB0stanbul\nStra\xC3\x9F"
-        "e\n\xC7\x85ungla\n\xF0\x9F\x91\x8D\xF0\x9F\x8F\xBD\n"
-        "\xE6\x9D\xB1\xE4\xBA\xAC\n";
-    std::vector<std::string_view> pieces;
-    for (size_t at = 0; at < pieceList.size();) {
-        const size_t end = pieceList.find('\n', at);
-        pieces.push_back(pieceList.substr(at, end - at));
-        at = end + 1;
-    }
-    std::mt19937 random(seed);
-    std::string text;
-    for (int i = 0; i < count; ++i) {
-        const size_t length = random() % 160;
-        const size_t start = text.size();
-        while (text.size() - start < length)
-            text += pieces[random() % pieces.size()];
-        text += '\n';
-    }
-    return text;
 }
 
 PipeSwapper::PipeSwapper(const QString &path)

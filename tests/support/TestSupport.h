@@ -4,7 +4,6 @@
 #include <QString>
 
 #include <atomic>
-#include <string>
 #include <thread>
 
 namespace pindle::test {
@@ -13,21 +12,15 @@ namespace pindle::test {
 // every case starts from a fresh folder whether the cases of a program run in one process or
 // in one each. HOME keeps its path: the folder the scan reads is computed from it once.
 void emptyHomeBeforeEachTest();
-// HOME, a temporary folder of this test process.
 QString homePath();
 // $HOME/conflocal/urls, the folder the scan reads.
 QString shortcutFolder();
-// The path of name in the shortcut folder.
 QString inFolder(const QString &name);
 // Writes bytes to path, creating parent folders; fails the test when it can't.
 void writeFile(const QString &path, const QByteArray &bytes);
 QByteArray readFile(const QString &path);
-// Writes <shortcut folder>/<name>.webloc pointing at url, as browsers do; returns its path.
+// Writes <shortcut folder>/<name>.webloc pointing at url; returns its path.
 QString writeWebloc(const QString &name, const QString &url);
-// Lines of UTF-8 text, each with its line break, of every length from none to a few times 64
-// bytes: ASCII words and separators, CR, and characters beyond ASCII (accents both ways, emoji,
-// other scripts, case-changing letters, and the ones that lowercase to ASCII characters).
-std::string generatedLines(int count, unsigned seed);
 
 // Replaces the file at path by a regular file, then by a pipe, and so on until destroyed, each
 // time atomically by rename, as a sync client replaces files: whatever looks at the path and
