@@ -19,7 +19,8 @@ pindle_output() {
 wl_keys pointer 640,400
 wl_window editor
 editor=$WL_WINDOW_PID
-e2e_spawn pindle "$PINDLE_BIN"
+# Left to choose its platform itself, as from a desktop's autostart: Wayland, since it answers.
+e2e_spawn pindle env -u QT_QPA_PLATFORM "$PINDLE_BIN"
 PINDLE_PID=$E2E_PID
 # Ready once the portal has bound Alt+U, which shows a focused launcher that Escape closes to the
 # editor; until then the keys go to the editor.

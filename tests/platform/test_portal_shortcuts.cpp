@@ -32,6 +32,9 @@ class FakePortal : public QDBusVirtualObject
 public:
     // By id, the key the desktop gives when asked ("" for none).
     QHash<QString, QString> keys;
+    // What the desktop kept from an earlier run, and how often it was asked to bind.
+    QList<PortalShortcut> remembered;
+    int binds = 0;
     const QString session = portalPath + u"/session/mine"_s;
 
     QString introspect(const QString &) const override { return {}; }
@@ -48,7 +51,10 @@ public:
         connection.send(message.createReply(QVariant::fromValue(QDBusObjectPath(request))));
 
         QList<PortalShortcut> given;
+        if (message.member() == u"ListShortcuts")
+            given = remembered;
         if (message.member() == u"BindShortcuts") {
+            ++binds;
             for (const PortalShortcut &asked :
                  qdbus_cast<QList<PortalShortcut>>(message.arguments().at(1)))
                 given.append({asked.id, {{u"trigger_description"_s, keys.value(asked.id)}}});
@@ -126,6 +132,18 @@ TEST_F(PortalShortcuts, aKeyTheDesktopWithholdsIsRefusedAndOnlyOwnPressesOfBound
     activate(portal.session, u"launcher"_s);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !activated.isEmpty(); }, 10'000));
     EXPECT_EQ(activated, QList<QVariantList>{{u"launcher"_s}});
+}
+
+// On desktops that ask the user, asking again at every start would mean a dialog at every start.
+TEST_F(PortalShortcuts, keepsBindingsTheDesktopRemembersWithoutAskingAgain)
+{
+    portal.remembered = {{u"launcher"_s, {{u"trigger_description"_s, u"Meta+L"_s}}},
+                         {u"creator"_s, {{u"trigger_description"_s, u"Alt+I"_s}}}};
+    shortcuts->bind(u"launcher"_s, u"Show the launcher"_s, QKeySequence(Qt::ALT | Qt::Key_U));
+    shortcuts->bind(u"creator"_s, u"Show the creator"_s, QKeySequence(Qt::ALT | Qt::Key_I));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return bound.size() + refused.size() == 2; }, 10'000));
+    EXPECT_EQ(bound.size(), 2);
+    EXPECT_EQ(portal.binds, 0);
 }
 
 } // namespace

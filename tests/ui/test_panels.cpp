@@ -15,6 +15,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QLabel>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -187,6 +188,26 @@ TEST_F(Launcher, RowsBoldTheMatchedCharactersOverTheTarget)
     ASSERT_NE(row, nullptr);
     EXPECT_EQ(row->titleRanges(), (QList<Range>{{5, 1}, {6, 1}}));
     EXPECT_EQ(row->subtitle(), u"https://up.example/"_s);
+}
+
+TEST_F(Launcher, AMissingFolderIsNamedWhileAQueryIsTypedAndTheCreatorListsNothing)
+{
+    const auto message = [](ui::PanelController &panel) {
+        const auto *label = panel.panel()->findChild<QLabel *>(u"messageLabel"_s);
+        return label != nullptr && label->isVisible() ? label->text() : QString();
+    };
+    ASSERT_TRUE(QDir(test::shortcutFolder()).removeRecursively());
+    type(u"ne"_s);
+    EXPECT_TRUE(launcher->results.isEmpty());
+    EXPECT_EQ(message(*launcher), test::shortcutFolder() + u" not found"_s);
+    key(Qt::Key_Backspace);
+    key(Qt::Key_Backspace);
+    EXPECT_EQ(message(*launcher), QString());
+
+    open();
+    QTest::keyClicks(name(), u"ex"_s);
+    EXPECT_TRUE(creator->results.isEmpty());
+    EXPECT_EQ(message(*creator), QString());
 }
 
 TEST_F(Launcher, DeleteEditsTheQueryUnlessControlIsHeldOnARow)
