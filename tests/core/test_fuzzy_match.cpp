@@ -1,5 +1,6 @@
-// The matcher against a slow model that tries every alignment, built from ICU alone and scoring
-// each as the sum of the rule, on random short strings that stress the Unicode rules.
+// Worked examples of the score, each written as the sum the rule makes of it; then the matcher
+// against a slow model that tries every alignment, built from ICU alone and scoring each as the
+// sum of the rule, on random short strings that stress the Unicode rules.
 
 #include "core/FuzzyMatch.h"
 #include "core/MatchScores.h"
@@ -164,6 +165,58 @@ TEST(MatcherAgainstModel, agreesOnRandomShortStrings)
     }
     // Guard against a generator that stops producing matches.
     EXPECT_GT(matched, 1000);
+}
+
+TEST(MatcherExamples, scoreAsTheSumOfTheRule)
+{
+    // What a query character earns where it lands, by the word bonus of that position. Unlike the
+    // model above, these take no character class from the matcher's own Unicode helpers.
+    using namespace MatchScores;
+    constexpr double start = startBonus + positionBonus;
+    constexpr double afterSeparator = afterSeparatorBonus + positionBonus;
+    constexpr double hump = camelHumpBonus + positionBonus;
+    constexpr double plain = positionBonus;
+    const auto run = [](int k) { return k * (plain + consecutiveBonus); };
+    const auto gap = [](int skipped) { return -gapPenalty * skipped; };
+    const auto length = [](int n) { return -lengthPenalty * n; };
+    struct Example
+    {
+        QString query, candidate;
+        std::optional<double> score; // nothing: no match
+        QList<qsizetype> positions = {};
+    };
+    const Example examples[] = {
+        {u"nf"_s, u"NewsFeed"_s, start + hump + gap(3) + length(8), {0, 4}},
+        {u"newsf"_s,
+         u"NewsFeed"_s,
+         start + run(3) + hump + consecutiveBonus + length(8),
+         {0, 1, 2, 3, 4}},
+        {u"gm"_s, u"game mode"_s, start + afterSeparator + gap(4) + length(9), {0, 5}},
+        // A jump into the middle of a word may not pass over a letter.
+        {u"ac"_s, u"abc"_s, {}},
+        {u"ab"_s, u"a1a1b"_s, gap(2) + plain + gap(1) + plain + length(5), {2, 4}},
+        // The best end wins; of equal ones, the leftmost.
+        {u"aa"_s, u"a a a"_s, start + gap(1) + afterSeparator + length(5), {0, 2}},
+        {u"l"_s, u"\U0001F44D\U0001F3FD Likes"_s, gap(2) + afterSeparator + length(7), {2}},
+        {u"cafe\u0301"_s, u"Caf\u00E9 Noir"_s, start + run(3) + length(9), {0, 1, 2, 3}},
+        {u"\u00DF"_s, u"Stra\u00DFe"_s, gap(4) + plain + length(6), {4}},
+        // A titlecase digraph is neither case, so no hump; decomposed letters still make one.
+        {u"\u01C6"_s, u"a\u01C5"_s, gap(1) + plain + length(2), {1}},
+        {u"\u00E9"_s, u"ae\u0301E\u0301"_s, gap(2) + hump + length(3), {2}},
+        // Capital dotted I lowercases to i and a dot, which no plain i equals.
+        {u"i"_s, u"\u0130stanbul"_s, {}},
+        {u"\u03C3"_s, u"\u039F\u03A3"_s, {}},
+    };
+    for (const Example &example : examples) {
+        SCOPED_TRACE((example.query + u" in "_s + example.candidate).toStdString());
+        const std::optional<FuzzyMatch::Result> result =
+            FuzzyMatch::match(example.query, example.candidate);
+        ASSERT_EQ(result.has_value(), example.score.has_value());
+        if (result) {
+            EXPECT_NEAR(result->score, *example.score, 1e-9);
+            EXPECT_EQ(result->positions, example.positions);
+        }
+    }
 }
 
 } // namespace
