@@ -127,4 +127,32 @@ TEST(PreparedSearch, letsTheLastNameIntoAFullList)
                   names.last());
 }
 
+// The shortcuts that hold an address: exactly it (no slash, scheme or case forgiven), up to
+// canonical equivalence, which reaches across ASCII too (the Kelvin sign is a plain K), in list
+// order and up to the limit.
+TEST(UrlMatching, findsTheTargetsEqualToTheTrimmedAddressUpToCanonicalEquivalence)
+{
+    const QStringList targets = {
+        u"https://host/a/"_s,     u"https://host/a"_s,         u"http://host/a"_s,
+        u"HTTPS://HOST/a"_s,      u"https://host/caf\u00E9"_s, u"https://host/K"_s,
+        u"https://host/\u212A"_s, u"https://host/k"_s,         u"https://host/a"_s};
+    QList<IndexedFile> files;
+    for (const QString &target : targets)
+        files.push_back(
+            {QUrl::fromLocalFile(test::writeWebloc(QString::number(files.size()), target)),
+             QString::number(files.size())});
+    const auto found = [&](const QString &url, qsizetype limit = 9) {
+        QStringList names;
+        for (const ScoredFile &result : FileIndex::matching(url, files, limit))
+            names.push_back(result.file.displayName);
+        return names;
+    };
+    EXPECT_EQ(found(u" https://host/a\r\n"_s), (QStringList{u"1"_s, u"8"_s}));
+    EXPECT_EQ(found(u"https://host/a"_s, 1), QStringList{u"1"_s});
+    EXPECT_EQ(found(u"https://host/cafe\u0301"_s), QStringList{u"4"_s});
+    EXPECT_EQ(found(u"https://host/\u212A"_s), (QStringList{u"5"_s, u"6"_s}));
+    EXPECT_EQ(found(u"https://host/K"_s), (QStringList{u"5"_s, u"6"_s}));
+    EXPECT_EQ(found(u" \n"_s), QStringList());
+}
+
 } // namespace
