@@ -1,5 +1,5 @@
 // The search against the slow way: the matcher on every name, then a stable sort by score and
-// the collator's name order.
+// the collator's name order. Then the creator's matching of an address.
 
 #include "core/Collation.h"
 #include "core/FileIndex.h"
