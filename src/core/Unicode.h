@@ -40,11 +40,10 @@ std::vector<int32_t> clusterBoundaries(std::u16string_view text);
 // decomposition, and is matched, sorted and compared on its units as they stand.
 bool isPlainAscii(std::u16string_view text);
 
-// Full case mappings of the whole text with the root locale: no language-specific rules, but
-// context-sensitive ones (final sigma) and expansions (ß to SS) apply.
+// The full lowercase mapping of the whole text with the root locale: no language-specific rules,
+// but context-sensitive ones (final sigma) and expansions (İ to i and a combining dot) apply.
 std::u16string lowercased(std::u16string_view text);
 void lowercased(std::u16string_view text, std::u16string &result);
-std::u16string uppercased(std::u16string_view text);
 
 // Canonical decomposition (NFD): canonically equivalent texts have identical decompositions.
 std::u16string decomposed(std::u16string_view text);
